@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Runs a Windows test executable under Wine for CTest and returns its own exit code.
+#   wine-run.sh --up            create the build tree's 64-bit prefix (once) and start Xvfb
+#   wine-run.sh --down          stop Xvfb and the prefix's wineserver
+#   wine-run.sh EXE [ARGS...]   run a Qt Test executable and print its report
+#   wine-run.sh --plain EXE ... run any program, output as it comes
+# BRISA_DESKTOP_SHELL names the desktop shell stand-in (tests/support/desktop_shell.c).
+# Qt Test's report does not reach a pipe through stdout under Wine, so the report goes to a
+# file that is printed afterwards.
+set -u
+prefix=${BRISA_WINEPREFIX:?BRISA_WINEPREFIX must name the Wine prefix}
+wine=${BRISA_WINE:-/usr/lib/wine/wine64}
+wineserver=$(dirname "$wine")/wineserver
+state="$prefix.state"
+mkdir -p "$state"
+export WINEPREFIX="$prefix" WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+
+display_alive() {
+    [ -s "$state/xvfb.pid" ] && kill -0 "$(cat "$state/xvfb.pid")" 2>/dev/null
+}
+
+up() {
+    exec 9>"$state/lock"
+    flock 9
+    if ! display_alive; then
+        rm -f "$state/display"
+        setsid Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$state/display" \
+            >/dev/null 2>&1 < /dev/null &
+        echo $! > "$state/xvfb.pid"
+        for _ in $(seq 100); do [ -s "$state/display" ] && break; sleep 0.1; done
+        [ -s "$state/display" ] || { echo "Xvfb did not start" >&2; return 1; }
+    fi
+    export DISPLAY=":$(tr -dc 0-9 < "$state/display")"
+    if [ ! -f "$prefix/system.reg" ]; then
+        echo "creating Wine prefix $prefix"
+        "$wine" wineboot -i >/dev/null 2>&1
+        "$wineserver" -w
+    fi
+    # A persistent server keeps later starts fast.
+    "$wineserver" -p >/dev/null 2>&1 || true
+    # Wine runs no shell; a stand-in owns the shell window so the desktop user can be found.
+    if [ -n "${BRISA_DESKTOP_SHELL:-}" ] && ! { [ -s "$state/shell.pid" ] && kill -0 "$(cat "$state/shell.pid")" 2>/dev/null; }; then
+        rm -f "$state/shell.ready"
+        setsid "$wine" "$BRISA_DESKTOP_SHELL" "Z:$state/shell.ready" >/dev/null 2>&1 < /dev/null &
+        echo $! > "$state/shell.pid"
+        for _ in $(seq 200); do [ -s "$state/shell.ready" ] && break; sleep 0.1; done
+        [ -s "$state/shell.ready" ] || { echo "the desktop shell stand-in did not start" >&2; return 1; }
+    fi
+    flock -u 9
+}
+
+down() {
+    "$wineserver" -k >/dev/null 2>&1 || true
+    rm -f "$state/shell.pid" "$state/shell.ready"
+    if display_alive; then kill "$(cat "$state/xvfb.pid")" 2>/dev/null || true; fi
+    rm -f "$state/xvfb.pid" "$state/display"
+}
+
+case "${1:-}" in
+    --up) up; exit $? ;;
+    --down) down; exit 0 ;;
+esac
+
+up || exit 1
+if [ "${1:-}" = "--plain" ]; then
+    shift
+    "$wine" "$@"
+    exit $?
+fi
+
+exe=$1; shift
+report=$(mktemp "$state/report.XXXXXX")
+"$wine" "$exe" -o "Z:$report,txt" "$@" >/dev/null 2>"$report.err"
+rc=$?
+cat "$report"
+# Anything written to stderr (crash reports, qFatal) is worth seeing when a test fails.
+[ "$rc" -eq 0 ] || cat "$report.err" >&2
+rm -f "$report" "$report.err"
+exit $rc

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QSettings>
+#include <QString>
+#include <QStringList>
+
+// Where the product is or may be installed. Pure policy over paths, files and registry values;
+// no state. Paths are compared and stored normalized ("/" separators, cleaned) and handed to the
+// registry with native separators.
+namespace InstallationLocation {
+
+QString normalized(const QString &path);
+bool same(const QString &a, const QString &b);
+bool isAbsoluteNonRootDirectory(const QString &path);
+bool isApplicationDirectory(const QString &path);
+bool existingApplicationDirectory(const QString &path);
+bool hasNoDirectoryLinks(const QString &path);
+QString applicationTarget(const QString &chosenDirectory);
+QStringList registrationKeys();
+QString registeredLocation(const QStringList &keys, QSettings::Format format);
+bool rememberSuccessfulLocation(const QString &location, const QString &key, QSettings::Format format);
+bool mayRetireMachineEntry(const QString &machineEntryLocation, const QString &otherLocation, const QString &root);
+QString legacySourceLocation(const QString &updaterExecutable);
+bool automaticUpdateDirectory(const QString &path);
+
+} // namespace InstallationLocation

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+
+// Symbolic links and junctions are how an unprivileged user redirects an elevated installer's
+// writes, so every path the installer writes through is checked with these first. On Windows a
+// link is recognised by its reparse-point attribute and tag, never by the look of the path.
+namespace FileLinks {
+
+// True when the entry itself (not its target) is a symbolic link or a junction. A missing entry
+// is not a link.
+bool isLink(const QString &path);
+
+// True when the entry exists in any form, a dangling link included.
+bool exists(const QString &path);
+
+// True when the path or any of its ancestors up to the volume root is a link. The path is
+// cleaned first; components that do not exist yet are allowed.
+bool pathHasLink(const QString &path);
+
+} // namespace FileLinks
