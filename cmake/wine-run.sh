@@ -36,6 +36,16 @@ up() {
         "$wine" wineboot -i >/dev/null 2>&1
         "$wineserver" -w
     fi
+    # Windows code under Wine 8 cannot make links, but a Unix symlink inside drive_c shows to it
+    # as a directory reparse point (a file symlink as a plain file). Tests that must prove links
+    # are refused use these.
+    local links="$prefix/drive_c/brisa-link-fixture"
+    if [ ! -L "$links/dir-link" ]; then
+        mkdir -p "$links/real/inner"
+        echo real > "$links/real/file.txt"
+        ln -sfn "$links/real" "$links/dir-link"
+        ln -sfn "$links/real/file.txt" "$links/file-link"
+    fi
     # A persistent server keeps later starts fast.
     "$wineserver" -p >/dev/null 2>&1 || true
     # Wine runs no shell; a stand-in owns the shell window so the desktop user can be found.
