@@ -1,0 +1,401 @@
+#include "app/app_paths.h"
+#include "app/installer_launch.h"
+#include "app/installer_logger.h"
+#include "app/startup.h"
+
+#include <QCoreApplication>
+#include <QDate>
+#include <QDir>
+#include <QFile>
+#include <QLocale>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#ifndef Q_OS_WIN
+#include <unistd.h>
+#endif
+
+using InstallerLaunch::Options;
+
+namespace {
+
+const char writerOption[] = "--log-writer";
+const int linesPerWriter = 300;
+
+QString dayLog(const QString &root)
+{
+    return QDir(root).filePath(QStringLiteral("installer-%1.log").arg(QDate::currentDate().toString(QStringLiteral("yyyyMMdd"))));
+}
+
+QStringList readLines(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return {};
+    QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
+    return lines;
+}
+
+// A directory that is a link to another one, or an empty text where this platform's test cannot
+// make one (the Wine harness provides one inside drive_c).
+QString directoryLink(const QTemporaryDir &temp)
+{
+#ifdef Q_OS_WIN
+    Q_UNUSED(temp);
+    const QString fixture = QStringLiteral("C:/brisa-link-fixture/dir-link");
+    return QFileInfo(fixture).isDir() ? fixture : QString();
+#else
+    const QString real = temp.filePath(QStringLiteral("real"));
+    const QString link = temp.filePath(QStringLiteral("link"));
+    QDir().mkpath(real);
+    return ::symlink(QFile::encodeName(real).constData(), QFile::encodeName(link).constData()) == 0 ? link : QString();
+#endif
+}
+
+} // namespace
+
+class AppTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void parse_data();
+    void parse();
+    void updateToANonInstallationFallsBackToManual();
+    void elevationArguments_data();
+    void elevationArguments();
+    void translationName_data();
+    void translationName();
+    void usableDirectory_data();
+    void usableDirectory();
+    void temporaryRootSkipsUnusableCandidates();
+    void logLineFormat();
+    void logFallsBackWhenTheDayFileCannotBeOpened();
+    void concurrentThreadsNeverInterleave();
+    void concurrentProcessesNeverInterleave();
+};
+
+void AppTest::parse_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<bool>("silent");
+    QTest::addColumn<bool>("manualFallback");
+
+    const QString missingInstallDir = QStringLiteral("Missing or duplicate --install-dir argument.");
+    const QString updatePair = QStringLiteral("Update mode requires both --update and --install-dir.");
+    const QString fallback = QStringLiteral("Invalid update manual-fallback arguments.");
+    const QString legacy = QStringLiteral("Legacy source requires an explicit legacy update target.");
+
+    QTest::newRow("no arguments at all") << QStringList {} << QString() << false << false;
+    QTest::newRow("program only") << QStringList { "setup.exe" } << QString() << false << false;
+    QTest::newRow("verysilent in capitals still sets silent") << QStringList { "setup.exe", "/VERYSILENT" } << QString() << true << false;
+    QTest::newRow("update in capitals is an unknown argument") << QStringList { "setup.exe", "--UPDATE" } << QString() << false << false;
+    QTest::newRow("unknown arguments are ignored") << QStringList { "setup.exe", "--colour", "blue", "-x" } << QString() << false << false;
+    QTest::newRow("install-dir followed by update never reaches update")
+        << QStringList { "setup.exe", "--install-dir", "--update" } << missingInstallDir << false << false;
+    QTest::newRow("install-dir as the last argument is then reported as a half pair")
+        << QStringList { "setup.exe", "--update", "--install-dir" } << updatePair << false << false;
+    QTest::newRow("install-dir given twice")
+        << QStringList { "setup.exe", "--update", "--install-dir", "C:/A/BrisaLinker", "--install-dir", "C:/B/BrisaLinker" }
+        << missingInstallDir << false << false;
+    QTest::newRow("installer-source given twice")
+        << QStringList { "setup.exe", "--installer-source", "web", "--installer-source", "mail" }
+        << QStringLiteral("Missing or duplicate --installer-source argument.") << false << false;
+    QTest::newRow("legacy-caller-exe without a value")
+        << QStringList { "setup.exe", "/verysilent", "--legacy-caller-exe" }
+        << QStringLiteral("Missing or duplicate --legacy-caller-exe argument.") << true << false;
+    QTest::newRow("a value may begin with one dash") << QStringList { "setup.exe", "--installer-source", "-web" } << QString() << false << false;
+    QTest::newRow("a value may begin with a slash") << QStringList { "setup.exe", "--installer-source", "/web" } << QString() << false << false;
+    QTest::newRow("update given twice")
+        << QStringList { "setup.exe", "--update", "--update", "--install-dir", "C:/A/BrisaLinker" }
+        << QStringLiteral("Duplicate --update argument.") << false << false;
+    QTest::newRow("update without its directory") << QStringList { "setup.exe", "--update" } << updatePair << false << false;
+    QTest::newRow("directory without update") << QStringList { "setup.exe", "--install-dir", "C:/A/BrisaLinker" } << updatePair << false << false;
+    QTest::newRow("legacy manual fallback needs verysilent")
+        << QStringList { "setup.exe", "--legacy-manual-fallback" } << fallback << false << true;
+    QTest::newRow("legacy manual fallback with verysilent is accepted")
+        << QStringList { "setup.exe", "/verysilent", "--legacy-manual-fallback" } << QString() << true << true;
+    QTest::newRow("update manual fallback alone is accepted")
+        << QStringList { "setup.exe", "--update-manual-fallback" } << QString() << false << true;
+    QTest::newRow("update manual fallback refuses verysilent")
+        << QStringList { "setup.exe", "/verysilent", "--update-manual-fallback" } << fallback << true << true;
+    QTest::newRow("the two manual fallbacks together")
+        << QStringList { "setup.exe", "/verysilent", "--legacy-manual-fallback", "--update-manual-fallback" } << fallback << true << true;
+    QTest::newRow("a manual fallback beside an update request overwrites the pair message")
+        << QStringList { "setup.exe", "--update", "--update-manual-fallback" } << fallback << false << true;
+    QTest::newRow("legacy source without update")
+        << QStringList { "setup.exe", "/verysilent", "--legacy-source-dir", "C:/Old" } << legacy << true << false;
+    QTest::newRow("the last broken rule's message is the one reported")
+        << QStringList { "setup.exe", "--update", "--legacy-source-dir", "C:/Old", "--update-manual-fallback" } << legacy << false << true;
+    QTest::newRow("legacy source beside the legacy manual fallback")
+        << QStringList { "setup.exe", "/verysilent", "--legacy-manual-fallback", "--legacy-source-dir", "C:/Old" } << legacy << true << true;
+}
+
+void AppTest::parse()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, error);
+    QFETCH(bool, silent);
+    QFETCH(bool, manualFallback);
+    const Options options = InstallerLaunch::parse(arguments);
+    QCOMPARE(options.errorText, error);
+    QCOMPARE(options.silent, silent);
+    QCOMPARE(options.manualFallback, manualFallback);
+    QVERIFY(!options.automaticUpdate); // only start-up sets it
+}
+
+void AppTest::updateToANonInstallationFallsBackToManual()
+{
+    QTemporaryDir temp;
+    const QString directory = temp.filePath(QStringLiteral("BrisaLinker"));
+    QVERIFY(QDir().mkpath(directory));
+    for (const bool silent : { false, true }) {
+        QStringList arguments { QStringLiteral("setup.exe"), QStringLiteral("--update"), QStringLiteral("--install-dir"), directory };
+        if (silent)
+            arguments << QStringLiteral("/verysilent");
+        const Options options = InstallerLaunch::parse(arguments);
+        QCOMPARE(options.errorText, QString());
+        QVERIFY(!options.update);
+        QVERIFY(options.manualFallback);
+        QVERIFY(options.installDirectory.isEmpty());
+        QVERIFY(options.legacySourceDirectory.isEmpty());
+    }
+}
+
+void AppTest::elevationArguments_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<bool>("silent");
+    QTest::addColumn<bool>("automaticUpdate");
+    QTest::addColumn<bool>("manualFallback");
+    QTest::addColumn<QString>("installDirectory");
+    QTest::addColumn<QString>("legacySource");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("an ordinary start passes its arguments on")
+        << QStringList { "setup.exe", "--installer-source", "web" } << false << false << false << QString() << QString()
+        << QStringList { "--installer-source", "web" };
+    QTest::newRow("a silent manual fallback drops the update and names its fallback once")
+        << QStringList { "setup.exe", "/verysilent", "--update", "--install-dir", "C:\\A\\BrisaLinker\\", "--legacy-manual-fallback" }
+        << true << false << true << QString() << QString()
+        << QStringList { "/verysilent", "--legacy-manual-fallback" };
+    QTest::newRow("a silent manual fallback gains the legacy fallback")
+        << QStringList { "setup.exe", "/verysilent", "--legacy-source-dir", "C:/Old", "--legacy-caller-exe", "C:/Old/u.exe" }
+        << true << false << true << QString() << QString()
+        << QStringList { "/verysilent", "--legacy-caller-exe", "C:/Old/u.exe", "--legacy-manual-fallback" };
+    QTest::newRow("an interactive manual fallback gains the update fallback")
+        << QStringList { "setup.exe", "--update", "--install-dir", "D:/X/BrisaLinker" } << false << false << true << QString() << QString()
+        << QStringList { "--update-manual-fallback" };
+    QTest::newRow("a discovered silent update is handed over explicitly")
+        << QStringList { "setup.exe", "/verysilent" } << true << true << false << "C:/Apps/BrisaLinker" << "C:/Old/Brisa"
+        << QStringList { "/verysilent", "--update", "--install-dir", "C:/Apps/BrisaLinker", "--legacy-source-dir", "C:/Old/Brisa" };
+    QTest::newRow("an explicit silent update is not given a second target")
+        << QStringList { "setup.exe", "/verysilent", "--update", "--install-dir", "C:/Apps/BrisaLinker", "--legacy-source-dir", "C:/Old" }
+        << true << true << false << "C:/Apps/BrisaLinker" << "C:/Old"
+        << QStringList { "/verysilent", "--update", "--install-dir", "C:/Apps/BrisaLinker", "--legacy-source-dir", "C:/Old" };
+    QTest::newRow("an interactive automatic update passes its arguments on")
+        << QStringList { "setup.exe", "--update", "--install-dir", "C:/Apps/BrisaLinker" } << false << true << false << "C:/Apps/BrisaLinker" << QString()
+        << QStringList { "--update", "--install-dir", "C:/Apps/BrisaLinker" };
+}
+
+void AppTest::elevationArguments()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(bool, silent);
+    QFETCH(bool, automaticUpdate);
+    QFETCH(bool, manualFallback);
+    QFETCH(QString, installDirectory);
+    QFETCH(QString, legacySource);
+    QFETCH(QStringList, expected);
+    Options options;
+    options.silent = silent;
+    options.automaticUpdate = automaticUpdate;
+    options.manualFallback = manualFallback;
+    options.installDirectory = installDirectory;
+    options.legacySourceDirectory = legacySource;
+    QCOMPARE(InstallerLaunch::elevationArguments(arguments, options), expected);
+}
+
+void AppTest::translationName_data()
+{
+    QTest::addColumn<QLocale>("locale");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("Russian") << QLocale(QLocale::Russian, QLocale::Russia) << "bl_installer_ru_RU";
+    QTest::newRow("Spanish of Mexico is still Spanish") << QLocale(QLocale::Spanish, QLocale::Mexico) << "bl_installer_es_ES";
+    QTest::newRow("Japanese") << QLocale(QLocale::Japanese, QLocale::Japan) << "bl_installer_ja_JP";
+    QTest::newRow("German falls back to English") << QLocale(QLocale::German, QLocale::Germany) << "bl_installer_en_US";
+    QTest::newRow("C locale falls back to English") << QLocale::c() << "bl_installer_en_US";
+}
+
+void AppTest::translationName()
+{
+    QFETCH(QLocale, locale);
+    QFETCH(QString, name);
+    QCOMPARE(Startup::translationName(locale), name);
+}
+
+void AppTest::usableDirectory_data()
+{
+    QTest::addColumn<QString>("relative");
+    QTest::addColumn<bool>("usable");
+    QTest::newRow("a new nested directory is created and usable") << "a/b/c" << true;
+    QTest::newRow("a path below a file is not usable") << "file.txt/sub" << false;
+    QTest::newRow("a path through a directory link is not usable") << "@link/sub" << false;
+    QTest::newRow("an empty path is not usable") << "@empty" << false;
+    QTest::newRow("a relative path is not usable") << "@relative" << false;
+}
+
+void AppTest::usableDirectory()
+{
+    QFETCH(QString, relative);
+    QFETCH(bool, usable);
+    QTemporaryDir temp;
+    QFile file(temp.filePath(QStringLiteral("file.txt")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.close();
+    QString path;
+    if (relative == QLatin1String("@link/sub")) {
+        const QString link = directoryLink(temp);
+        if (link.isEmpty())
+            QSKIP("no directory link available here");
+        path = link + QStringLiteral("/sub");
+    } else if (relative == QLatin1String("@empty")) {
+        path = QString();
+    } else if (relative == QLatin1String("@relative")) {
+        path = QStringLiteral("relative/dir");
+    } else {
+        path = temp.filePath(relative);
+    }
+    QCOMPARE(AppPaths::usableDirectory(path), usable);
+    if (usable) {
+        // The probe leaves nothing behind.
+        QCOMPARE(QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot), QStringList());
+    }
+}
+
+void AppTest::temporaryRootSkipsUnusableCandidates()
+{
+    QTemporaryDir temp;
+    const QString link = directoryLink(temp);
+    QFile blocker(temp.filePath(QStringLiteral("blocked/BrisaLinkerInstaller")));
+    QVERIFY(QDir().mkpath(temp.filePath(QStringLiteral("blocked"))));
+    QVERIFY(blocker.open(QIODevice::WriteOnly)); // a file where the root directory should be
+    blocker.close();
+    QStringList bases { QString(), temp.filePath(QStringLiteral("blocked")) };
+    if (!link.isEmpty())
+        bases << link + QStringLiteral("/LocalAppData/Temp"); // a junction on the way is refused
+    bases << temp.filePath(QStringLiteral("good")) << temp.filePath(QStringLiteral("later"));
+    QCOMPARE(AppPaths::firstUsableTempRoot(bases), temp.filePath(QStringLiteral("good/BrisaLinkerInstaller")));
+    QVERIFY(QFileInfo(temp.filePath(QStringLiteral("good/BrisaLinkerInstaller/log"))).isDir());
+    QVERIFY(!QFileInfo::exists(temp.filePath(QStringLiteral("later"))));
+    QCOMPARE(AppPaths::firstUsableTempRoot({ temp.filePath(QStringLiteral("blocked")) }), QString());
+}
+
+void AppTest::logLineFormat()
+{
+    QTemporaryDir temp;
+    const QString root = temp.filePath(QStringLiteral("log"));
+    InstallerLogger::writeTo(root, QStringLiteral("first name=%1").arg(QStringLiteral("value")));
+    InstallerLogger::writeTo(root, QString::fromUtf8("второй 二番目"));
+    const QStringList lines = readLines(dayLog(root));
+    QCOMPARE(lines.size(), 2);
+    const QRegularExpression format(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}  (.*)$"));
+    const auto first = format.match(lines.at(0));
+    QVERIFY2(first.hasMatch(), qPrintable(lines.at(0)));
+    QCOMPARE(first.captured(1), QStringLiteral("first name=value"));
+    QCOMPARE(format.match(lines.at(1)).captured(1), QString::fromUtf8("второй 二番目"));
+}
+
+void AppTest::logFallsBackWhenTheDayFileCannotBeOpened()
+{
+    QTemporaryDir temp;
+    const QString root = temp.filePath(QStringLiteral("log"));
+    // A directory in place of the day's file cannot be opened, like a file locked by another
+    // process; the line goes to a file of its own instead of being lost.
+    QVERIFY(QDir().mkpath(dayLog(root)));
+    InstallerLogger::writeTo(root, QStringLiteral("kept"));
+    const QStringList fallbacks = QDir(root).entryList(
+        { QStringLiteral("installer-%1-??????-%2.log").arg(QDate::currentDate().toString(QStringLiteral("yyyyMMdd"))).arg(QCoreApplication::applicationPid()) },
+        QDir::Files);
+    QCOMPARE(fallbacks.size(), 1);
+    QVERIFY(readLines(QDir(root).filePath(fallbacks.first())).first().endsWith(QLatin1String("  kept")));
+    // A log root that cannot be created (below a file) loses the line quietly.
+    QFile file(temp.filePath(QStringLiteral("plain-file")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.close();
+    InstallerLogger::writeTo(file.fileName() + QStringLiteral("/log"), QStringLiteral("lost"));
+    QVERIFY(QFileInfo(file.fileName()).isFile());
+}
+
+void AppTest::concurrentThreadsNeverInterleave()
+{
+    QTemporaryDir temp;
+    const QString root = temp.filePath(QStringLiteral("log"));
+    QList<QThread *> threads;
+    for (int t = 0; t < 6; ++t) {
+        threads << QThread::create([root, t] {
+            for (int i = 0; i < linesPerWriter; ++i)
+                InstallerLogger::writeTo(root, QStringLiteral("thread=%1 line=%2 %3").arg(t).arg(i).arg(QString(200, QLatin1Char('x'))));
+        });
+        threads.last()->start();
+    }
+    for (QThread *thread : threads) {
+        QVERIFY(thread->wait(60000));
+        delete thread;
+    }
+    const QStringList lines = readLines(dayLog(root));
+    QCOMPARE(lines.size(), 6 * linesPerWriter);
+    const QRegularExpression whole(QStringLiteral("^\\S+  thread=\\d line=\\d+ x{200}$"));
+    for (const QString &line : lines)
+        QVERIFY2(whole.match(line).hasMatch(), qPrintable(line));
+}
+
+void AppTest::concurrentProcessesNeverInterleave()
+{
+    QTemporaryDir temp;
+    const QString root = temp.filePath(QStringLiteral("log"));
+    QList<QProcess *> writers;
+    for (int w = 0; w < 3; ++w) {
+        auto *process = new QProcess(this);
+        process->start(QCoreApplication::applicationFilePath(),
+                       { QString::fromLatin1(writerOption), root, QString::number(w) });
+        writers << process;
+    }
+    for (QProcess *process : writers) {
+        QVERIFY(process->waitForFinished(120000));
+        QCOMPARE(process->exitCode(), 0);
+    }
+    const QStringList lines = readLines(dayLog(root));
+    QCOMPARE(lines.size(), 3 * linesPerWriter);
+    const QRegularExpression whole(QStringLiteral("^\\S+  writer=\\d line=\\d+ y{300}$"));
+    QSet<QString> seen;
+    for (const QString &line : lines) {
+        QVERIFY2(whole.match(line).hasMatch(), qPrintable(line));
+        seen.insert(line.section(QLatin1String("  "), 1));
+    }
+    QCOMPARE(seen.size(), 3 * linesPerWriter);
+}
+
+int main(int argc, char *argv[])
+{
+    // The process-concurrency test starts copies of this program as plain log writers.
+    if (argc == 4 && qstrcmp(argv[1], writerOption) == 0) {
+        QCoreApplication application(argc, argv);
+        const QString root = QString::fromLocal8Bit(argv[2]);
+        for (int i = 0; i < linesPerWriter; ++i)
+            InstallerLogger::writeTo(root, QStringLiteral("writer=%1 line=%2 %3").arg(QString::fromLatin1(argv[3])).arg(i).arg(QString(300, QLatin1Char('y'))));
+        return 0;
+    }
+    QCoreApplication application(argc, argv);
+    AppTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_app.moc"
