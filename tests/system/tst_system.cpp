@@ -3,10 +3,12 @@
 #include "system/windows_command_line.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
 #ifdef Q_OS_WIN
+#include "fake_launch_api_win.h"
 #include <windows.h>
 #include <shellapi.h>
 #else
@@ -22,6 +24,13 @@ private slots:
     void quoting();
     void linksAreRecognised();
     void desktopUserRegistryPaths();
+#ifdef Q_OS_WIN
+    void launchChoosesTheToken_data();
+    void launchChoosesTheToken();
+    void launchPassesAQuotedPathOnTheUsersDesktop();
+    void launchWithoutATokenIsUnresolved();
+    void launchAsTheRealDesktopUser();
+#endif
 };
 
 void SystemTest::quoting_data()
@@ -95,6 +104,221 @@ void SystemTest::desktopUserRegistryPaths()
                  QStringLiteral("HKEY_USERS\\") + sid + QStringLiteral("\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker"));
     }
 }
+
+#ifdef Q_OS_WIN
+
+namespace {
+
+enum Case {
+    UacAdministrator,
+    UacDisabled,
+    StandardUser,
+    LimitedStandardToken,
+    LimitedYetElevated,
+    LinkedOtherSession,
+    LinkedOtherUser,
+    LinkedElevated,
+    NoLinkedHandle,
+    ShortElevationRead,
+    FailingElevationRead,
+    ShortLinkedRead,
+    OversizedUserInfo,
+    DuplicateFails,
+    EnvironmentFails,
+    CreateProcessFails,
+};
+
+void describe(Case c, FakeLaunchWorld *world)
+{
+    FakeToken desktop;
+    FakeToken linked;
+    linked.type = TokenElevationTypeLimited;
+    switch (c) {
+    case UacAdministrator:
+    case LinkedOtherSession:
+    case LinkedOtherUser:
+    case LinkedElevated:
+    case NoLinkedHandle:
+    case ShortLinkedRead:
+    case DuplicateFails:
+    case EnvironmentFails:
+    case CreateProcessFails:
+        desktop.elevated = true;
+        desktop.type = TokenElevationTypeFull;
+        desktop.hasLinked = c != NoLinkedHandle;
+        desktop.linked = 1;
+        break;
+    case UacDisabled:
+        desktop.elevated = true;
+        break;
+    case StandardUser:
+        break;
+    case LimitedStandardToken:
+        desktop.type = TokenElevationTypeLimited;
+        break;
+    case LimitedYetElevated:
+        desktop.type = TokenElevationTypeLimited;
+        desktop.elevated = true;
+        break;
+    case ShortElevationRead:
+        desktop.shortRead = TokenElevation;
+        break;
+    case FailingElevationRead:
+        desktop.failing = TokenElevationType;
+        desktop.failingError = ERROR_ACCESS_DENIED;
+        break;
+    case OversizedUserInfo:
+        desktop.userInfoSize = 65537;
+        break;
+    }
+    if (c == LinkedOtherSession)
+        linked.session = 2;
+    if (c == LinkedOtherUser)
+        linked.sid = QStringLiteral("S-1-5-21-1-2-3-1002");
+    if (c == LinkedElevated)
+        linked.elevated = true;
+    if (c == ShortLinkedRead)
+        desktop.shortRead = TokenLinkedToken;
+    world->failDuplicate = c == DuplicateFails;
+    world->failEnvironment = c == EnvironmentFails;
+    world->createProcessError = c == CreateProcessFails ? ERROR_FILE_NOT_FOUND : 0;
+    world->tokens = { desktop, linked };
+}
+
+} // namespace
+
+void SystemTest::launchChoosesTheToken_data()
+{
+    QTest::addColumn<int>("scenario");
+    QTest::addColumn<bool>("started");
+    QTest::addColumn<QString>("stage");
+    QTest::addColumn<QString>("mode");
+    QTest::addColumn<uint>("error");
+    QTest::addColumn<bool>("launchElevated");
+    QTest::addColumn<int>("startedWith");
+
+    QTest::newRow("an administrator under UAC starts the product with the linked standard token")
+        << int(UacAdministrator) << true << "complete" << "linked_standard" << 0u << false << 1;
+    QTest::newRow("with UAC turned off the product starts elevated with the desktop token")
+        << int(UacDisabled) << true << "complete" << "desktop_elevated_no_link" << 0u << true << 0;
+    QTest::newRow("a standard user's own token is used")
+        << int(StandardUser) << true << "complete" << "desktop_standard" << 0u << false << 0;
+    QTest::newRow("a limited token that is not elevated is used as it is")
+        << int(LimitedStandardToken) << true << "complete" << "desktop_standard" << 0u << false << 0;
+    QTest::newRow("a limited token that claims elevation is refused")
+        << int(LimitedYetElevated) << false << "validate_desktop_token" << "unresolved" << 13u << true << -1;
+    QTest::newRow("a linked token of another session is refused")
+        << int(LinkedOtherSession) << false << "validate_linked_token" << "unresolved" << 13u << true << -1;
+    QTest::newRow("a linked token of another user is refused")
+        << int(LinkedOtherUser) << false << "validate_linked_token" << "unresolved" << 13u << true << -1;
+    QTest::newRow("an elevated linked token is refused")
+        << int(LinkedElevated) << false << "validate_linked_token" << "unresolved" << 13u << true << -1;
+    QTest::newRow("a full token without a linked handle fails as an invalid handle")
+        << int(NoLinkedHandle) << false << "linked_token" << "unresolved" << 6u << true << -1;
+    QTest::newRow("a short elevation read is invalid data")
+        << int(ShortElevationRead) << false << "desktop_elevation" << "unresolved" << 13u << false << -1;
+    QTest::newRow("a failing elevation read gives its Windows error")
+        << int(FailingElevationRead) << false << "desktop_elevation" << "unresolved" << 5u << false << -1;
+    QTest::newRow("a short linked-token read is invalid data")
+        << int(ShortLinkedRead) << false << "linked_token" << "unresolved" << 13u << true << -1;
+    QTest::newRow("user information over 64 KiB is refused")
+        << int(OversizedUserInfo) << false << "desktop_identity" << "unresolved" << 1312u << false << -1;
+    QTest::newRow("a failed duplication stops before any process")
+        << int(DuplicateFails) << false << "duplicate_token" << "linked_standard" << 5u << false << -1;
+    QTest::newRow("a failed environment stops before any process")
+        << int(EnvironmentFails) << false << "create_environment" << "linked_standard" << 8u << false << -1;
+    QTest::newRow("a failed start reports the start's error")
+        << int(CreateProcessFails) << false << "create_process" << "linked_standard" << 2u << false << 1;
+}
+
+void SystemTest::launchChoosesTheToken()
+{
+    QFETCH(int, scenario);
+    QFETCH(bool, started);
+    QFETCH(QString, stage);
+    QFETCH(QString, mode);
+    QFETCH(uint, error);
+    QFETCH(bool, launchElevated);
+    QFETCH(int, startedWith);
+
+    FakeLaunchWorld world;
+    describe(Case(scenario), &world);
+    setFakeLaunchWorld(&world);
+    const HANDLE desktop = world.handleFor(0);
+    quint64 pid = 99;
+    quint32 windowsError = 99;
+    DesktopUser::LaunchDiagnostics diagnostics;
+    const bool ok = DesktopUser::launchWithDesktopToken(desktop, QStringLiteral("C:/Apps/BrisaLinker/brisalinker.exe"),
+                                                        QStringLiteral("C:/Apps/BrisaLinker"), &pid, &windowsError,
+                                                        &diagnostics, fakeLaunchApi());
+    QCOMPARE(ok, started);
+    QCOMPARE(diagnostics.stage, stage);
+    QCOMPARE(diagnostics.mode, mode);
+    QCOMPARE(windowsError, error);
+    QCOMPARE(diagnostics.launchElevated, launchElevated);
+    QCOMPARE(world.startedWith, startedWith);
+    QCOMPARE(pid, started ? quint64(4242) : quint64(0));
+    // Whatever happened, an environment block that was made is destroyed exactly once.
+    QCOMPARE(world.environmentsDestroyed, world.environmentsCreated);
+    if (stage != QLatin1String("desktop_elevation") && stage != QLatin1String("desktop_identity"))
+        QCOMPARE(diagnostics.user, QStringLiteral("S-1-5-21-1-2-3-1001"));
+}
+
+void SystemTest::launchPassesAQuotedPathOnTheUsersDesktop()
+{
+    FakeLaunchWorld world;
+    describe(StandardUser, &world);
+    setFakeLaunchWorld(&world);
+    quint64 pid = 0;
+    quint32 error = 0;
+    DesktopUser::LaunchDiagnostics diagnostics;
+    QVERIFY(DesktopUser::launchWithDesktopToken(world.handleFor(0), QStringLiteral("C:/Program Files/Brisa Linker/brisalinker.exe"),
+                                                QStringLiteral("C:/Program Files/Brisa Linker/"), &pid, &error,
+                                                &diagnostics, fakeLaunchApi()));
+    QCOMPARE(world.applicationName, QStringLiteral("C:\\Program Files\\Brisa Linker\\brisalinker.exe"));
+    QCOMPARE(world.commandLine, QStringLiteral("\"C:\\Program Files\\Brisa Linker\\brisalinker.exe\""));
+    QCOMPARE(world.workingDirectory, QStringLiteral("C:\\Program Files\\Brisa Linker\\"));
+    QCOMPARE(world.desktop, QStringLiteral("winsta0\\default"));
+    QCOMPARE(world.logonFlags, DWORD(LOGON_WITH_PROFILE));
+    QVERIFY(world.creationFlags & CREATE_UNICODE_ENVIRONMENT);
+}
+
+void SystemTest::launchWithoutATokenIsUnresolved()
+{
+    FakeLaunchWorld world;
+    setFakeLaunchWorld(&world);
+    quint64 pid = 7;
+    quint32 error = 0;
+    DesktopUser::LaunchDiagnostics diagnostics;
+    QVERIFY(!DesktopUser::launchWithDesktopToken(nullptr, QStringLiteral("C:/x.exe"), QStringLiteral("C:/"), &pid, &error,
+                                                 &diagnostics, fakeLaunchApi()));
+    QCOMPARE(diagnostics.stage, QStringLiteral("desktop_token"));
+    QCOMPARE(diagnostics.mode, QStringLiteral("unresolved"));
+    QCOMPARE(error, quint32(1312));
+    QCOMPARE(pid, quint64(0));
+}
+
+void SystemTest::launchAsTheRealDesktopUser()
+{
+    // The real token and the real CreateProcessWithTokenW: Wine's administrator token decides
+    // which branch is taken; whichever it is, the program must start as the desktop user.
+    const QString program = QStringLiteral("C:/windows/system32/hostname.exe");
+    if (!QFileInfo::exists(program))
+        QSKIP("no hostname.exe in this Windows");
+    quint64 pid = 0;
+    quint32 error = 0;
+    DesktopUser::LaunchDiagnostics diagnostics;
+    const bool ok = DesktopUser::launchWithDesktopToken(DesktopUser::token(), program, QStringLiteral("C:/windows"),
+                                                        &pid, &error, &diagnostics);
+    qInfo("stage=%s mode=%s error=%u desktop_elevated=%d launch_elevated=%d", qPrintable(diagnostics.stage),
+          qPrintable(diagnostics.mode), error, diagnostics.desktopElevated, diagnostics.launchElevated);
+    QVERIFY(ok);
+    QVERIFY(pid != 0);
+    QCOMPARE(error, quint32(0));
+    QCOMPARE(diagnostics.user, DesktopUser::sid());
+}
+
+#endif
 
 QTEST_GUILESS_MAIN(SystemTest)
 #include "tst_system.moc"
