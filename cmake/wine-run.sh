@@ -46,6 +46,12 @@ up() {
         ln -sfn "$links/real" "$links/dir-link"
         ln -sfn "$links/real/file.txt" "$links/file-link"
     fi
+    # An installation with a directory link inside it that points outside.
+    if [ ! -L "$links/install-with-link/BrisaLinker/plugins" ]; then
+        mkdir -p "$links/outside" "$links/install-with-link/BrisaLinker"
+        echo victim > "$links/outside/victim.txt"
+        ln -sfn "$links/outside" "$links/install-with-link/BrisaLinker/plugins"
+    fi
     # A persistent server keeps later starts fast.
     "$wineserver" -p >/dev/null 2>&1 || true
     # Wine runs no shell; a stand-in owns the shell window so the desktop user can be found.

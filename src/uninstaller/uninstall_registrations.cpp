@@ -1,0 +1,111 @@
+#include "uninstall_registrations.h"
+
+#include <windows.h>
+#include <knownfolders.h>
+#include <objbase.h>
+#include <shlobj.h>
+#include <shobjidl.h>
+
+namespace {
+
+const wchar_t uninstallKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker";
+const wchar_t schemeKey[] = L"Software\\Classes\\brisalinker";
+const wchar_t commandKey[] = L"Software\\Classes\\brisalinker\\shell\\open\\command";
+
+std::wstring canonical(std::wstring path)
+{
+    for (wchar_t &c : path) {
+        if (c == L'/')
+            c = L'\\';
+    }
+    while (path.size() > 3 && path.back() == L'\\')
+        path.pop_back();
+    CharLowerBuffW(path.data(), DWORD(path.size()));
+    return path;
+}
+
+std::wstring readString(HKEY root, const wchar_t *subkey, const wchar_t *name)
+{
+    DWORD size = 0;
+    if (RegGetValueW(root, subkey, name, RRF_RT_REG_SZ, nullptr, nullptr, &size) != ERROR_SUCCESS || size == 0)
+        return {};
+    std::wstring value(size / sizeof(wchar_t), L'\0');
+    if (RegGetValueW(root, subkey, name, RRF_RT_REG_SZ, nullptr, value.data(), &size) != ERROR_SUCCESS)
+        return {};
+    value.resize(wcsnlen(value.c_str(), value.size()));
+    return value;
+}
+
+void deleteTree(HKEY root, const wchar_t *subkey)
+{
+    RegDeleteTreeW(root, subkey);
+    RegDeleteKeyW(root, subkey);
+}
+
+std::wstring shortcutTarget(const std::wstring &shortcut)
+{
+    IShellLinkW *link = nullptr;
+    if (FAILED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, reinterpret_cast<void **>(&link))))
+        return {};
+    std::wstring target;
+    IPersistFile *file = nullptr;
+    if (SUCCEEDED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void **>(&file)))) {
+        if (SUCCEEDED(file->Load(shortcut.c_str(), STGM_READ))) {
+            wchar_t path[MAX_PATH * 4] = {};
+            if (SUCCEEDED(link->GetPath(path, int(std::size(path)), nullptr, SLGP_RAWPATH)))
+                target = path;
+        }
+        file->Release();
+    }
+    link->Release();
+    return target;
+}
+
+std::wstring knownFolder(REFKNOWNFOLDERID id)
+{
+    wchar_t *path = nullptr;
+    std::wstring folder;
+    if (SUCCEEDED(SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, &path)) && path)
+        folder = path;
+    CoTaskMemFree(path);
+    return folder;
+}
+
+void removeShortcutIfOurs(REFKNOWNFOLDERID folder, const wchar_t *name, const std::wstring &ourTarget)
+{
+    const std::wstring directory = knownFolder(folder);
+    if (directory.empty())
+        return;
+    const std::wstring shortcut = directory + L"\\" + name;
+    const DWORD attributes = GetFileAttributesW(shortcut.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)))
+        return;
+    if (canonical(shortcutTarget(shortcut)) == canonical(ourTarget))
+        DeleteFileW(shortcut.c_str());
+}
+
+} // namespace
+
+void removeRegistrations(const std::wstring &installDirectory)
+{
+    const std::wstring directory = canonical(installDirectory);
+    const std::wstring launcher = installDirectory + L"\\brisalinker.exe";
+
+    if (canonical(readString(HKEY_CURRENT_USER, uninstallKey, L"InstallLocation")) == directory)
+        deleteTree(HKEY_CURRENT_USER, uninstallKey);
+
+    const HRESULT com = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    removeShortcutIfOurs(FOLDERID_Desktop, L"Brisa-Linker.lnk", launcher);
+    removeShortcutIfOurs(FOLDERID_Programs, L"Brisa-Linker.lnk", launcher);
+    removeShortcutIfOurs(FOLDERID_Programs, L"Uninstall Brisa-Linker.lnk", installDirectory + L"\\uninstall.exe");
+    if (SUCCEEDED(com))
+        CoUninitialize();
+
+    // The scheme is ours when its command starts our launcher.
+    std::wstring command = readString(HKEY_CURRENT_USER, commandKey, nullptr);
+    CharLowerBuffW(command.data(), DWORD(command.size()));
+    if (command.rfind(L"\"" + canonical(launcher) + L"\"", 0) == 0) {
+        deleteTree(HKEY_CURRENT_USER, schemeKey);
+        SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
+    }
+}
