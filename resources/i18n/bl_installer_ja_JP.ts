@@ -1,0 +1,524 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="ja_JP">
+<context>
+    <name>InstallerFinalizer</name>
+    <message>
+        <location filename="translation_texts.cpp" line="+25"/>
+        <source>Unable to close the existing Brisa-Linker processes.</source>
+        <translation>実行中の Brisa-Linker のプロセスを終了できませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>A Brisa-Linker process is still using installation files. Close it and retry.</source>
+        <translation>Brisa-Linker のプロセスがインストール ファイルを使用中です。終了してから再試行してください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The installation directory is unsafe.</source>
+        <translation>インストール先フォルダーは安全ではありません。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to recover the previous migration.
+%1</source>
+        <translation>前回の移行を復旧できませんでした。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installation cancelled.</source>
+        <translation>インストールはキャンセルされました。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The installation package is incomplete or incompatible. Download a current installer and retry. No installed files were replaced.</source>
+        <translation>インストール パッケージが不完全か、互換性がありません。最新のインストーラーをダウンロードして再試行してください。インストール済みのファイルは置き換えられていません。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to install the uninstaller.</source>
+        <translation>アンインストーラーをインストールできませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to write the OBS path configuration.</source>
+        <translation>OBS のパス設定を書き込めませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to create the uninstall data file.</source>
+        <translation>アンインストール データ ファイルを作成できませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to prepare installation recovery.
+%1</source>
+        <translation>インストールの復旧準備ができませんでした。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to prepare the legacy migration.
+%1</source>
+        <translation>旧バージョンからの移行を準備できませんでした。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to prepare the installation backup.</source>
+        <translation>インストールのバックアップを準備できませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to back up the existing installation.</source>
+        <translation>既存のインストールをバックアップできませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The existing application executable cannot be identified. No old files were removed.
+%1</source>
+        <translation>既存のアプリケーションの実行ファイルを識別できません。古いファイルは削除されていません。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Updating existing files...</source>
+        <translation>既存のファイルを更新しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to replace installation files.</source>
+        <translation>インストール ファイルを置き換えられませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to register the application URL protocol. Windows error: %1.</source>
+        <translation>アプリケーションの URL プロトコルを登録できませんでした。Windows エラー: %1。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The application executable is missing after extraction.</source>
+        <translation>展開後にアプリケーションの実行ファイルが見つかりません。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Creating shortcuts...</source>
+        <translation>ショートカットを作成しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to create the desktop shortcut.</source>
+        <translation>デスクトップのショートカットを作成できませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to create the Start Menu shortcuts.</source>
+        <translation>スタート メニューのショートカットを作成できませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Registering application...</source>
+        <translation>アプリケーションを登録しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to register the uninstaller.</source>
+        <translation>アンインストーラーを登録できませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Finishing installation...</source>
+        <translation>インストールを完了しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to commit the legacy migration.
+%1</source>
+        <translation>旧バージョンからの移行を確定できませんでした。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installing system maintenance service...</source>
+        <translation>システム メンテナンス サービスをインストールしています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Configuring system...</source>
+        <translation>システムを構成しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installing 32-bit virtual camera...</source>
+        <translation>32 ビット仮想カメラをインストールしています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installing 64-bit virtual camera...</source>
+        <translation>64 ビット仮想カメラをインストールしています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Configuring application...</source>
+        <translation>アプリケーションを構成しています...</translation>
+    </message>
+</context>
+<context>
+    <name>InstallerStartup</name>
+    <message>
+        <location line="-43"/>
+        <source>Automatic update was not started. Use Custom to choose the installation location and click Install.</source>
+        <translation>自動更新は開始されませんでした。[カスタム] でインストール先を選び、[インストール] をクリックしてください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to identify the signed-in desktop user. Open the installer from your Windows desktop.</source>
+        <translation>サインイン中のデスクトップ ユーザーを特定できませんでした。Windows のデスクトップからインストーラーを開いてください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>No writable installer cache/log directory is available. Check TEMP and LocalAppData permissions.</source>
+        <translation>書き込み可能なインストーラーのキャッシュ/ログ フォルダーがありません。TEMP と LocalAppData のアクセス許可を確認してください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Choose installation location</source>
+        <translation>インストール先の選択</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Administrator permission is required to install the system maintenance service. Please run the installer as administrator.</source>
+        <translation>システム メンテナンス サービスのインストールには管理者権限が必要です。インストーラーを管理者として実行してください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Administrator authorization was cancelled or did not complete (Windows error 1223). Click Retry and choose Yes in the Windows permission dialog.</source>
+        <translation>管理者の承認がキャンセルされたか、完了しませんでした (Windows エラー 1223)。[再試行] をクリックし、Windows の許可ダイアログで [はい] を選んでください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Windows could not start the installer with administrator permission. Windows error %1: %2</source>
+        <translation>Windows は管理者権限でインストーラーを起動できませんでした。Windows エラー %1: %2</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Click Retry to request administrator permission again, or Cancel to close the installer.</source>
+        <translation>[再試行] をクリックすると管理者権限をもう一度要求します。[キャンセル] をクリックするとインストーラーを閉じます。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>More than one Brisa-Linker installation was found. Select the installation location manually.
+%1</source>
+        <translation>Brisa-Linker のインストールが複数見つかりました。インストール先を手動で選択してください。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Some recorded installations could not be verified. Select the installation location manually.
+%1</source>
+        <translation>記録されている一部のインストールを確認できませんでした。インストール先を手動で選択してください。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The previous Brisa-Linker installation was not found. Select the installation location manually.</source>
+        <translation>以前の Brisa-Linker のインストールが見つかりませんでした。インストール先を手動で選択してください。</translation>
+    </message>
+</context>
+<context>
+    <name>MainWindow</name>
+    <message>
+        <location filename="../../src/ui/main_window.cpp" line="+105"/>
+        <source>Minimize</source>
+        <translation>最小化</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Close</source>
+        <translation>閉じる</translation>
+    </message>
+    <message>
+        <location line="+21"/>
+        <source>Launch Brisa-Linker when installation is complete</source>
+        <translation>インストール完了後に Brisa-Linker を起動する</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Custom</source>
+        <translation>カスタム</translation>
+    </message>
+    <message>
+        <location line="+42"/>
+        <source>Install location</source>
+        <translation>インストール先</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Edit the installation location or choose a folder</source>
+        <translation>インストール先を編集するか、フォルダーを選択してください</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <location line="+155"/>
+        <source>Install to %1</source>
+        <translation>%1 にインストール</translation>
+    </message>
+    <message>
+        <location line="-150"/>
+        <source>Browse folders</source>
+        <translation>フォルダーを参照</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <location line="+201"/>
+        <source>Required: --</source>
+        <translation>必要な容量: --</translation>
+    </message>
+    <message>
+        <location line="-199"/>
+        <location line="+277"/>
+        <source>Available: --</source>
+        <translation>空き容量: --</translation>
+    </message>
+    <message>
+        <location line="-237"/>
+        <source>Preparing download...</source>
+        <translation>ダウンロードを準備しています...</translation>
+    </message>
+    <message>
+        <location line="+22"/>
+        <location line="+112"/>
+        <source>Install</source>
+        <translation>インストール</translation>
+    </message>
+    <message>
+        <location line="-89"/>
+        <source>%1 MB</source>
+        <translation>%1 MB</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>%1 GB</source>
+        <translation>%1 GB</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>%1 MB/s</source>
+        <translation>%1 MB/秒</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>%1 KB/s</source>
+        <translation>%1 KB/秒</translation>
+    </message>
+    <message>
+        <location line="+68"/>
+        <source>Hide installation location</source>
+        <translation>インストール先を隠す</translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>Show installation location</source>
+        <translation>インストール先を表示</translation>
+    </message>
+    <message>
+        <location line="+12"/>
+        <source>Done</source>
+        <translation>完了</translation>
+    </message>
+    <message>
+        <location line="+23"/>
+        <source>Required: %1</source>
+        <translation>必要な容量: %1</translation>
+    </message>
+    <message>
+        <location line="+59"/>
+        <source>Choose installation location</source>
+        <translation>インストール先の選択</translation>
+    </message>
+    <message>
+        <location line="+23"/>
+        <source>Available: %1</source>
+        <translation>空き容量: %1</translation>
+    </message>
+    <message>
+        <location filename="translation_texts.cpp" line="+37"/>
+        <source>Invalid installation location</source>
+        <translation>無効なインストール先</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The installation location cannot contain directory links.</source>
+        <translation>インストール先にディレクトリ リンクを含めることはできません。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker cannot be installed in this system location.</source>
+        <translation>このシステムの場所には Brisa-Linker をインストールできません。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Choose a valid installation location.</source>
+        <translation>有効なインストール先を選択してください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The existing application executable cannot be identified. No old files were removed.
+%1</source>
+        <translation>既存のアプリケーションの実行ファイルを識別できません。古いファイルは削除されていません。
+%1</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installation in progress</source>
+        <translation>インストール中</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Another installer is currently installing Brisa-Linker. You can keep this window open and try again when it finishes.</source>
+        <translation>別のインストーラーが Brisa-Linker をインストールしています。このウィンドウを開いたままにして、終了後にもう一度お試しください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Preparing...</source>
+        <translation>準備中...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to prepare the temporary installation directory.</source>
+        <translation>一時インストール フォルダーを準備できませんでした。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Extracting...</source>
+        <translation>展開しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installing...</source>
+        <translation>インストール中...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker is running</source>
+        <translation>Brisa-Linker は実行中です</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>These applications are using the installation files:
+%1
+
+They will be force-closed immediately; unsaved work may be lost. Continue installing?</source>
+        <translation>次のアプリケーションがインストール ファイルを使用しています:
+%1
+
+これらはただちに強制終了され、保存されていない作業は失われる可能性があります。インストールを続行しますか?</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Force-close applications</source>
+        <translation>アプリケーションを強制終了</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Cancel</source>
+        <translation>キャンセル</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Closing running applications...</source>
+        <translation>実行中のアプリケーションを終了しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installation failed</source>
+        <translation>インストールに失敗しました</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Creating shortcuts...</source>
+        <translation>ショートカットを作成しています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Downloading...</source>
+        <translation>ダウンロードしています...</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Downloading... %1%</source>
+        <translation>ダウンロードしています... %1%</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installation complete</source>
+        <translation>インストールが完了しました</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Unable to start Brisa-Linker</source>
+        <translation>Brisa-Linker を起動できません</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker was installed, but it could not be started. You can open it from the desktop shortcut.</source>
+        <translation>Brisa-Linker はインストールされましたが、起動できませんでした。デスクトップのショートカットから開くことができます。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Download failed</source>
+        <translation>ダウンロードに失敗しました</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>We couldn&apos;t download the required files. Retry or download the full package.</source>
+        <translation>必要なファイルをダウンロードできませんでした。再試行するか、完全なパッケージをダウンロードしてください。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Download full package</source>
+        <translation>完全なパッケージをダウンロード</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>The full package link is unavailable.</source>
+        <translation>完全なパッケージのリンクは利用できません。</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Need help? Contact</source>
+        <translation>お困りの場合の連絡先:</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Retry</source>
+        <translation>再試行</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Exit installation?</source>
+        <translation>インストールを終了しますか?</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Are you sure you want to exit the installation?</source>
+        <translation>インストールを終了してもよろしいですか?</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Yes</source>
+        <translation>はい</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Installation is finishing</source>
+        <translation>インストールを完了しています</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</source>
+        <translation>システムの構成が始まっているため、この手順を安全に元に戻すことはできません。インストールはバックグラウンドで完了し、ウィンドウは閉じられます。</translation>
+    </message>
+</context>
+</TS>
