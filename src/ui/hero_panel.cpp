@@ -178,7 +178,7 @@ void HeroPanel::paintEvent(QPaintEvent *)
             // up: a calm parallax cross-fade rather than a hard wipe.
             const qreal w = width();
             paintSlide(painter, m_previous, -m_direction * m_progress * w * 0.08, 1.0);
-            paintSlide(painter, m_current, m_direction * (1.0 - m_progress) * w * 0.16, m_progress);
+            paintSlide(painter, m_current, m_direction * (1.0 - m_progress) * w * 0.08, m_progress);
         } else {
             paintSlide(painter, m_current, 0, 1.0);
         }
@@ -198,7 +198,7 @@ void HeroPanel::paintSlide(QPainter &painter, int index, qreal offset, qreal opa
         return;
     painter.save();
     painter.setOpacity(opacity);
-    // Slightly wider than the panel so the sideways drift never shows the background.
+    // 8 % wider on each side than the panel, as far as a slide ever drifts, so no edge shows.
     const QRectF target(offset - width() * 0.08, 0, width() * 1.16, height());
     painter.drawImage(target, image, coverSource(image.size(), target.size()));
     painter.restore();

@@ -27,7 +27,7 @@ namespace {
 
 const QString ProductDirectory = QStringLiteral("BrisaLinker");
 const QString InstallerIcon = QStringLiteral(":/images/brisa-linker-installer-icon.png");
-constexpr int HeroHeight = 318;
+constexpr int HeroHeight = 326;
 constexpr int FrameWidth = 1;
 
 QString normalizedDirectory(const QString &path)
@@ -122,7 +122,7 @@ void MainWindow::buildWidgets()
     auto *bottom = new QWidget(root);
     bottom->setObjectName(QStringLiteral("bottomPanel"));
     auto *bottomLayout = new QVBoxLayout(bottom);
-    bottomLayout->setContentsMargins(28, 14, 24, 18);
+    bottomLayout->setContentsMargins(28, 14, 24, 16);
     bottomLayout->setSpacing(10);
 
     auto *options = new QHBoxLayout;
@@ -269,6 +269,8 @@ QWidget *MainWindow::buildActionPanel(QWidget *parent)
     m_installButton->setCursor(Qt::PointingHandCursor);
     m_installButton->setDefault(true);
     connect(m_installButton, &QPushButton::clicked, this, &MainWindow::installRequested);
+    // Enter installs, and no focus frame lands on the launch option when the window opens.
+    m_installButton->setFocus();
     layout->addWidget(m_installButton, 0, Qt::AlignVCenter);
     return panel;
 }
@@ -347,6 +349,7 @@ void MainWindow::lockInstallOptions(bool locked)
 {
     m_pathEdit->setReadOnly(locked);
     m_browseButton->setEnabled(!locked);
+    repolish(m_pathEdit);
 }
 
 void MainWindow::toggleCustomOptions()

@@ -1,5 +1,6 @@
 // Renders the installer window in each of its looks into PNG files, for a person to inspect:
-//   ui_gallery <output directory> [language]
+//   ui_gallery <output directory> [language|-] [pause in ms]
+// The pause keeps each look on screen for a while, so the real window can be photographed too.
 // Not a test; the window's behaviour is checked by tst_ui.
 #include "ui/hero_panel.h"
 #include "ui/main_window.h"
@@ -14,9 +15,11 @@
 
 namespace {
 
+int pauseMs = 60;
+
 void save(QWidget *window, const QString &directory, const QString &name)
 {
-    QTest::qWait(60);
+    QTest::qWait(pauseMs);
     window->grab().save(QDir(directory).filePath(name + QStringLiteral(".png")));
 }
 
@@ -31,6 +34,7 @@ int main(int argc, char **argv)
     QFile styles(QStringLiteral(":/styles/app.qss"));
     if (styles.open(QIODevice::ReadOnly))
         application.setStyleSheet(QString::fromUtf8(styles.readAll()));
+    pauseMs = qMax(60, arguments.value(3).toInt());
     QTranslator translator;
     if (arguments.size() > 2 && translator.load(QStringLiteral(":/i18n/bl_installer_%1.qm").arg(arguments.at(2))))
         QCoreApplication::installTranslator(&translator);
