@@ -229,17 +229,28 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+105"/>
+        <location filename="../../src/ui/main_window.cpp" line="+126"/>
         <source>Minimize</source>
         <translation>Minimize</translation>
     </message>
     <message>
-        <location line="+4"/>
+        <location line="-61"/>
+        <location line="+65"/>
         <source>Close</source>
         <translation>Close</translation>
     </message>
     <message>
-        <location line="+21"/>
+        <location line="-70"/>
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>No</source>
+        <translation>No</translation>
+    </message>
+    <message>
+        <location line="+87"/>
         <source>Launch Brisa-Linker when installation is complete</source>
         <translation>Launch Brisa-Linker when installation is complete</translation>
     </message>
@@ -260,40 +271,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+155"/>
+        <location line="+158"/>
         <source>Install to %1</source>
         <translation>Install to %1</translation>
     </message>
     <message>
-        <location line="-150"/>
+        <location line="-153"/>
         <source>Browse folders</source>
         <translation>Browse folders</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+201"/>
+        <location line="+205"/>
         <source>Required: --</source>
         <translation>Required: --</translation>
     </message>
     <message>
-        <location line="-199"/>
-        <location line="+277"/>
+        <location line="-203"/>
+        <location line="+281"/>
         <source>Available: --</source>
         <translation>Available: --</translation>
     </message>
     <message>
-        <location line="-237"/>
+        <location line="-241"/>
         <source>Preparing download...</source>
         <translation>Preparing download...</translation>
     </message>
     <message>
         <location line="+22"/>
-        <location line="+112"/>
+        <location line="+116"/>
         <source>Install</source>
         <translation>Install</translation>
     </message>
     <message>
-        <location line="-89"/>
+        <location line="-91"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -313,7 +324,7 @@
         <translation>%1 KB/s</translation>
     </message>
     <message>
-        <location line="+68"/>
+        <location line="+70"/>
         <source>Hide installation location</source>
         <translation>Hide installation location</translation>
     </message>
@@ -421,12 +432,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Force-close applications</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="-450"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Cancel</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Closing running applications...</source>
         <translation>Closing running applications...</translation>
     </message>
@@ -491,12 +503,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Need help? Contact</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Retry</source>
         <translation>Retry</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Exit installation?</source>
         <translation>Exit installation?</translation>
     </message>
@@ -506,12 +519,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Are you sure you want to exit the installation?</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Yes</source>
         <translation>Yes</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Installation is finishing</source>
         <translation>Installation is finishing</translation>
     </message>

@@ -229,17 +229,28 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+105"/>
+        <location filename="../../src/ui/main_window.cpp" line="+126"/>
         <source>Minimize</source>
         <translation>Minimizar</translation>
     </message>
     <message>
-        <location line="+4"/>
+        <location line="-61"/>
+        <location line="+65"/>
         <source>Close</source>
         <translation>Cerrar</translation>
     </message>
     <message>
-        <location line="+21"/>
+        <location line="-70"/>
+        <source>OK</source>
+        <translation>Aceptar</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>No</source>
+        <translation>No</translation>
+    </message>
+    <message>
+        <location line="+87"/>
         <source>Launch Brisa-Linker when installation is complete</source>
         <translation>Iniciar Brisa-Linker al terminar la instalación</translation>
     </message>
@@ -260,40 +271,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+155"/>
+        <location line="+158"/>
         <source>Install to %1</source>
         <translation>Instalar en %1</translation>
     </message>
     <message>
-        <location line="-150"/>
+        <location line="-153"/>
         <source>Browse folders</source>
         <translation>Examinar carpetas</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+201"/>
+        <location line="+205"/>
         <source>Required: --</source>
         <translation>Necesario: --</translation>
     </message>
     <message>
-        <location line="-199"/>
-        <location line="+277"/>
+        <location line="-203"/>
+        <location line="+281"/>
         <source>Available: --</source>
         <translation>Disponible: --</translation>
     </message>
     <message>
-        <location line="-237"/>
+        <location line="-241"/>
         <source>Preparing download...</source>
         <translation>Preparando la descarga...</translation>
     </message>
     <message>
         <location line="+22"/>
-        <location line="+112"/>
+        <location line="+116"/>
         <source>Install</source>
         <translation>Instalar</translation>
     </message>
     <message>
-        <location line="-89"/>
+        <location line="-91"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -313,7 +324,7 @@
         <translation>%1 KB/s</translation>
     </message>
     <message>
-        <location line="+68"/>
+        <location line="+70"/>
         <source>Hide installation location</source>
         <translation>Ocultar la ubicación de instalación</translation>
     </message>
@@ -421,12 +432,13 @@ Se cerrarán de inmediato de forma forzada; es posible que se pierda el trabajo 
         <translation>Forzar el cierre</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="-450"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Cancelar</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Closing running applications...</source>
         <translation>Cerrando las aplicaciones en ejecución...</translation>
     </message>
@@ -491,12 +503,13 @@ Se cerrarán de inmediato de forma forzada; es posible que se pierda el trabajo 
         <translation>¿Necesita ayuda? Escriba a</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Retry</source>
         <translation>Reintentar</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Exit installation?</source>
         <translation>¿Salir de la instalación?</translation>
     </message>
@@ -506,12 +519,13 @@ Se cerrarán de inmediato de forma forzada; es posible que se pierda el trabajo 
         <translation>¿Seguro que desea salir de la instalación?</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Yes</source>
         <translation>Sí</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Installation is finishing</source>
         <translation>La instalación está terminando</translation>
     </message>

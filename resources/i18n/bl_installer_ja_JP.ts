@@ -229,17 +229,28 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+105"/>
+        <location filename="../../src/ui/main_window.cpp" line="+126"/>
         <source>Minimize</source>
         <translation>最小化</translation>
     </message>
     <message>
-        <location line="+4"/>
+        <location line="-61"/>
+        <location line="+65"/>
         <source>Close</source>
         <translation>閉じる</translation>
     </message>
     <message>
-        <location line="+21"/>
+        <location line="-70"/>
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>No</source>
+        <translation>いいえ</translation>
+    </message>
+    <message>
+        <location line="+87"/>
         <source>Launch Brisa-Linker when installation is complete</source>
         <translation>インストール完了後に Brisa-Linker を起動する</translation>
     </message>
@@ -260,40 +271,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+155"/>
+        <location line="+158"/>
         <source>Install to %1</source>
         <translation>%1 にインストール</translation>
     </message>
     <message>
-        <location line="-150"/>
+        <location line="-153"/>
         <source>Browse folders</source>
         <translation>フォルダーを参照</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+201"/>
+        <location line="+205"/>
         <source>Required: --</source>
         <translation>必要な容量: --</translation>
     </message>
     <message>
-        <location line="-199"/>
-        <location line="+277"/>
+        <location line="-203"/>
+        <location line="+281"/>
         <source>Available: --</source>
         <translation>空き容量: --</translation>
     </message>
     <message>
-        <location line="-237"/>
+        <location line="-241"/>
         <source>Preparing download...</source>
         <translation>ダウンロードを準備しています...</translation>
     </message>
     <message>
         <location line="+22"/>
-        <location line="+112"/>
+        <location line="+116"/>
         <source>Install</source>
         <translation>インストール</translation>
     </message>
     <message>
-        <location line="-89"/>
+        <location line="-91"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -313,7 +324,7 @@
         <translation>%1 KB/秒</translation>
     </message>
     <message>
-        <location line="+68"/>
+        <location line="+70"/>
         <source>Hide installation location</source>
         <translation>インストール先を隠す</translation>
     </message>
@@ -421,12 +432,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>アプリケーションを強制終了</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="-450"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>キャンセル</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Closing running applications...</source>
         <translation>実行中のアプリケーションを終了しています...</translation>
     </message>
@@ -491,12 +503,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>お困りの場合の連絡先:</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Retry</source>
         <translation>再試行</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Exit installation?</source>
         <translation>インストールを終了しますか?</translation>
     </message>
@@ -506,12 +519,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>インストールを終了してもよろしいですか?</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Yes</source>
         <translation>はい</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Installation is finishing</source>
         <translation>インストールを完了しています</translation>
     </message>

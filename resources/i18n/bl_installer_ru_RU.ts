@@ -229,17 +229,28 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+105"/>
+        <location filename="../../src/ui/main_window.cpp" line="+126"/>
         <source>Minimize</source>
         <translation>Свернуть</translation>
     </message>
     <message>
-        <location line="+4"/>
+        <location line="-61"/>
+        <location line="+65"/>
         <source>Close</source>
         <translation>Закрыть</translation>
     </message>
     <message>
-        <location line="+21"/>
+        <location line="-70"/>
+        <source>OK</source>
+        <translation>ОК</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>No</source>
+        <translation>Нет</translation>
+    </message>
+    <message>
+        <location line="+87"/>
         <source>Launch Brisa-Linker when installation is complete</source>
         <translation>Запустить Brisa-Linker после установки</translation>
     </message>
@@ -260,40 +271,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+155"/>
+        <location line="+158"/>
         <source>Install to %1</source>
         <translation>Установить в %1</translation>
     </message>
     <message>
-        <location line="-150"/>
+        <location line="-153"/>
         <source>Browse folders</source>
         <translation>Обзор папок</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+201"/>
+        <location line="+205"/>
         <source>Required: --</source>
         <translation>Требуется: --</translation>
     </message>
     <message>
-        <location line="-199"/>
-        <location line="+277"/>
+        <location line="-203"/>
+        <location line="+281"/>
         <source>Available: --</source>
         <translation>Доступно: --</translation>
     </message>
     <message>
-        <location line="-237"/>
+        <location line="-241"/>
         <source>Preparing download...</source>
         <translation>Подготовка загрузки...</translation>
     </message>
     <message>
         <location line="+22"/>
-        <location line="+112"/>
+        <location line="+116"/>
         <source>Install</source>
         <translation>Установить</translation>
     </message>
     <message>
-        <location line="-89"/>
+        <location line="-91"/>
         <source>%1 MB</source>
         <translation>%1 МБ</translation>
     </message>
@@ -313,7 +324,7 @@
         <translation>%1 КБ/с</translation>
     </message>
     <message>
-        <location line="+68"/>
+        <location line="+70"/>
         <source>Hide installation location</source>
         <translation>Скрыть папку установки</translation>
     </message>
@@ -421,12 +432,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Закрыть приложения</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="-450"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Отмена</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Closing running applications...</source>
         <translation>Закрытие запущенных приложений...</translation>
     </message>
@@ -491,12 +503,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Нужна помощь? Напишите нам:</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Retry</source>
         <translation>Повторить</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Exit installation?</source>
         <translation>Выйти из установки?</translation>
     </message>
@@ -506,12 +519,13 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Вы действительно хотите прервать установку?</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="../../src/ui/main_window.cpp" line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Yes</source>
         <translation>Да</translation>
     </message>
     <message>
-        <location line="+1"/>
+        <location filename="translation_texts.cpp" line="+1"/>
         <source>Installation is finishing</source>
         <translation>Установка завершается</translation>
     </message>

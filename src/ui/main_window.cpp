@@ -5,6 +5,7 @@
 #include "ui/window_icons.h"
 
 #include <QCheckBox>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -47,6 +48,26 @@ void repolish(QWidget *widget)
     widget->style()->unpolish(widget);
     widget->style()->polish(widget);
     widget->update();
+}
+
+// Qt's own button labels would stay English: the installer ships no Qt translations.
+void translateStandardButtons(QMessageBox &box)
+{
+    const struct {
+        QMessageBox::StandardButton button;
+        const char *text;
+    } labels[] = {
+        {QMessageBox::Ok, QT_TRANSLATE_NOOP("MainWindow", "OK")},
+        {QMessageBox::Cancel, QT_TRANSLATE_NOOP("MainWindow", "Cancel")},
+        {QMessageBox::Retry, QT_TRANSLATE_NOOP("MainWindow", "Retry")},
+        {QMessageBox::Yes, QT_TRANSLATE_NOOP("MainWindow", "Yes")},
+        {QMessageBox::No, QT_TRANSLATE_NOOP("MainWindow", "No")},
+        {QMessageBox::Close, QT_TRANSLATE_NOOP("MainWindow", "Close")},
+    };
+    for (const auto &label : labels) {
+        if (QAbstractButton *button = box.button(label.button))
+            button->setText(QCoreApplication::translate("MainWindow", label.text));
+    }
 }
 
 QPixmap installerIconPixmap(int size)
@@ -311,6 +332,7 @@ QMessageBox::StandardButton MainWindow::showInstallerWarning(QWidget *parent, co
     QMessageBox box(QMessageBox::Warning, title, text, buttons, parent);
     box.setIconPixmap(installerIconPixmap(48));
     box.setWindowIcon(QIcon(InstallerIcon));
+    translateStandardButtons(box);
     if (defaultButton != QMessageBox::NoButton)
         box.setDefaultButton(defaultButton);
     return QMessageBox::StandardButton(box.exec());

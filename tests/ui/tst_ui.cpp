@@ -131,6 +131,7 @@ private slots:
     void translationsCoverEveryLanguage_data();
     void translationsCoverEveryLanguage();
     void windowSpeaksTheSystemLanguage();
+    void warningButtonsSpeakTheLanguage();
 
 private:
     QTemporaryDir m_temp;
@@ -588,6 +589,25 @@ void UiTest::windowSpeaksTheSystemLanguage()
     QCOMPARE(window.findChild<QPushButton *>(QStringLiteral("installButton"))->text(), QStringLiteral("インストール"));
     QCOMPARE(window.findChild<QLabel *>(QStringLiteral("locationLabel"))->text(), QStringLiteral("インストール先"));
     QCOMPARE(window.findChild<QPushButton *>(QStringLiteral("customButton"))->toolTip(), QStringLiteral("インストール先を表示"));
+}
+
+void UiTest::warningButtonsSpeakTheLanguage()
+{
+    // The installer ships no Qt translations, so the box's own labels must come from ours.
+    QTranslator translator;
+    QVERIFY(translator.load(QStringLiteral(":/i18n/bl_installer_ru_RU.qm")));
+    QCoreApplication::installTranslator(&translator);
+    QStringList labels;
+    answerNextMessageBox([&labels](QMessageBox *box) {
+        for (QAbstractButton *button : box->buttons())
+            labels << button->text();
+        box->button(QMessageBox::Cancel)->click();
+    });
+    MainWindow::showInstallerWarning(nullptr, QStringLiteral("Installation failed"), QStringLiteral("No."),
+                                     QMessageBox::Retry | QMessageBox::Cancel, QMessageBox::Retry);
+    QCoreApplication::removeTranslator(&translator);
+    labels.sort();
+    QCOMPARE(labels, (QStringList{QStringLiteral("Отмена"), QStringLiteral("Повторить")}));
 }
 
 QTEST_MAIN(UiTest)
