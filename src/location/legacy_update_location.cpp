@@ -1,0 +1,191 @@
+#include "location/legacy_update_location.h"
+#include "location/installation_identity.h"
+#include "location/installation_location.h"
+#include "system/desktop_user.h"
+#include "system/file_links.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSettings>
+
+namespace LegacyUpdateLocation {
+
+namespace {
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("InstallerStartup", text);
+}
+
+QString parentOf(const QString &path)
+{
+    const QString clean = InstallationLocation::normalized(path);
+    const qsizetype slash = clean.lastIndexOf(QLatin1Char('/'));
+    return slash <= 0 ? QString() : clean.left(slash);
+}
+
+bool insideWindows(const QString &path)
+{
+    const QString windows = InstallationLocation::normalized(qEnvironmentVariable("WINDIR"));
+    const QString clean = InstallationLocation::normalized(path);
+    return !windows.isEmpty()
+        && (clean.compare(windows, Qt::CaseInsensitive) == 0 || clean.startsWith(windows + QLatin1Char('/'), Qt::CaseInsensitive));
+}
+
+// The directory a registration records, from "InstallDir", "InstallLocation" or the directory of
+// the program named by "UninstallString".
+QString recordedDirectory(const Registration &registration)
+{
+    const QSettings settings(registration.path, registration.format);
+    for (const char *name : { "InstallDir", "InstallLocation" }) {
+        const QString value = settings.value(QString::fromLatin1(name)).toString().trimmed();
+        if (!value.isEmpty())
+            return InstallationLocation::normalized(value);
+    }
+    static const QRegularExpression command(QStringLiteral("^\\s*(?:\"([^\"]+)\"|(.+?\\.exe))(?:\\s|$)"),
+                                            QRegularExpression::CaseInsensitiveOption);
+    const QRegularExpressionMatch match = command.match(settings.value(QStringLiteral("UninstallString")).toString());
+    if (!match.hasMatch())
+        return {};
+    const QString program = match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
+    return parentOf(program);
+}
+
+bool candidateCounts(const QString &candidate)
+{
+    const QString launcher = candidate + QStringLiteral("/brisalinker.exe");
+    if (!QFileInfo::exists(launcher) || FileLinks::isLink(launcher))
+        return false;
+    const QString target = InstallationLocation::applicationTarget(candidate);
+    if (target.isEmpty() || !validSourceTarget(candidate, target))
+        return false;
+    if (QFileInfo::exists(target) && !InstallationLocation::same(target, candidate)) {
+        if (FileLinks::isLink(target) || !QFileInfo(target).isDir() || !InstallationLocation::same(parentOf(target), candidate))
+            return false;
+    }
+    return InstallationIdentity::installation(candidate).kind == InstallationIdentity::ValidExecutable;
+}
+
+} // namespace
+
+QList<Registration> registrations()
+{
+    const QString uninstall = QStringLiteral("\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\");
+    QList<Registration> list;
+#ifdef Q_OS_WIN
+    // The earlier installer was a 32-bit program: its entries live in the 32-bit view. Ours are
+    // written by this 64-bit program in the 64-bit view.
+    const QSettings::Format legacyView = QSettings::Registry32Format;
+    const QSettings::Format ownView = QSettings::Registry64Format;
+#else
+    const QSettings::Format legacyView = QSettings::NativeFormat;
+    const QSettings::Format ownView = QSettings::NativeFormat;
+#endif
+    const auto group = [&](const QString &root) {
+        list << Registration { root + QStringLiteral("\\Software\\BrisaLinker"), legacyView }
+             << Registration { root + uninstall + QStringLiteral("Brisa-Linker_is1"), legacyView }
+             << Registration { root + uninstall + QStringLiteral("BrisaLinker"), ownView }
+             << Registration { QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer"), ownView };
+    };
+    group(QStringLiteral("HKEY_LOCAL_MACHINE"));
+    const QString sid = DesktopUser::sid();
+    if (!sid.isEmpty())
+        group(QStringLiteral("HKEY_USERS\\") + sid);
+    return list;
+}
+
+QString fromCaller(const QString &callerExecutable)
+{
+    // The caller must be the "updater.exe" of an installation of ours.
+    const QString caller = InstallationLocation::normalized(callerExecutable);
+    if (caller.isEmpty() || QFileInfo(caller).fileName().compare(QLatin1String("updater.exe"), Qt::CaseInsensitive) != 0
+        || FileLinks::isLink(caller) || !QFileInfo(caller).isFile()) {
+        return {};
+    }
+    const QString directory = parentOf(caller);
+    if (!InstallationLocation::isAbsoluteNonRootDirectory(directory) || !InstallationLocation::hasNoDirectoryLinks(directory))
+        return {};
+    const int kind = InstallationIdentity::installation(directory).kind;
+    return kind == InstallationIdentity::ValidExecutable || kind == InstallationIdentity::Launcher ? directory : QString();
+}
+
+bool validSourceTarget(const QString &source, const QString &target)
+{
+    if (!InstallationLocation::isAbsoluteNonRootDirectory(source) || !InstallationLocation::isAbsoluteNonRootDirectory(target)
+        || insideWindows(source) || insideWindows(target)) {
+        return false;
+    }
+    // A target already being migrated from another source must not be taken over.
+    QFile record(InstallationLocation::normalized(target) + QStringLiteral("/.legacy-migration.json"));
+    if (record.exists()) {
+        if (!record.open(QIODevice::ReadOnly) || record.size() > 33554432)
+            return false;
+        const QJsonObject object = QJsonDocument::fromJson(record.readAll()).object();
+        const QString recorded = object.value(QStringLiteral("sourceRoot")).toString();
+        if (!recorded.isEmpty() && !InstallationLocation::same(recorded, source))
+            return false;
+    }
+    return true;
+}
+
+Result discover(const QString &callerExecutable, const QString &chosenDirectory, const QList<Registration> &registrations)
+{
+    Q_UNUSED(chosenDirectory);
+    Result result;
+    // An installation updating itself runs the installer from its own ".downloads" directory.
+    const QString self = QCoreApplication::applicationFilePath();
+    const QString selfDirectory = parentOf(self);
+    if (!FileLinks::isLink(self) && QFileInfo(self).isFile()
+        && QFileInfo(selfDirectory).fileName().compare(QLatin1String(".downloads"), Qt::CaseInsensitive) == 0) {
+        const QString installation = parentOf(selfDirectory);
+        if (InstallationLocation::existingApplicationDirectory(installation)) {
+            result.source = installation;
+            result.target = InstallationLocation::applicationTarget(installation);
+            return result;
+        }
+    }
+
+    QStringList recorded;
+    const QString fromUpdater = InstallationLocation::normalized(InstallationLocation::legacySourceLocation(callerExecutable));
+    if (!fromUpdater.isEmpty())
+        recorded << fromUpdater;
+    for (const Registration &registration : registrations) {
+        const QString directory = recordedDirectory(registration);
+        if (!directory.isEmpty())
+            recorded << directory;
+    }
+
+    QStringList candidates;
+    QStringList unverified;
+    const auto listed = [](const QStringList &list, const QString &path) {
+        return std::any_of(list.cbegin(), list.cend(), [&](const QString &item) { return InstallationLocation::same(item, path); });
+    };
+    for (const QString &directory : std::as_const(recorded)) {
+        if (candidateCounts(directory)) {
+            if (!listed(candidates, directory))
+                candidates << directory;
+        } else if (!listed(unverified, directory)) {
+            unverified << directory;
+        }
+    }
+    if (candidates.size() == 1) {
+        result.source = candidates.first();
+        result.target = InstallationLocation::applicationTarget(result.source);
+    } else if (candidates.size() > 1) {
+        result.message = tr("More than one Brisa-Linker installation was found. Select the installation location manually.\n%1")
+                             .arg(QDir::toNativeSeparators(candidates.join(QLatin1Char('\n'))));
+    } else if (!unverified.isEmpty()) {
+        result.message = tr("Some recorded installations could not be verified. Select the installation location manually.\n%1")
+                             .arg(QDir::toNativeSeparators(unverified.join(QLatin1Char('\n'))));
+    } else {
+        result.message = tr("The previous Brisa-Linker installation was not found. Select the installation location manually.");
+    }
+    return result;
+}
+
+} // namespace LegacyUpdateLocation
