@@ -1,6 +1,7 @@
 #include "ui/main_window.h"
 
 #include "app/app_paths.h"
+#include "ui/elided_label.h"
 #include "ui/hero_panel.h"
 #include "ui/window_icons.h"
 
@@ -263,7 +264,7 @@ QWidget *MainWindow::buildActionPanel(QWidget *parent)
     progress->setContentsMargins(0, 0, 0, 0);
     progress->setHorizontalSpacing(10);
     progress->setVerticalSpacing(6);
-    m_statusLabel = new QLabel(tr("Preparing download..."), m_progressPanel);
+    m_statusLabel = new ElidedLabel(tr("Preparing download..."), m_progressPanel);
     m_statusLabel->setObjectName(QStringLiteral("downloadStatusLabel"));
     m_speedLabel = new QLabel(m_progressPanel);
     m_speedLabel->setObjectName(QStringLiteral("downloadSpeedLabel"));
@@ -278,10 +279,11 @@ QWidget *MainWindow::buildActionPanel(QWidget *parent)
     m_overallLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     m_overallLabel->setMinimumWidth(40);
     progress->addWidget(m_statusLabel, 0, 0);
-    progress->addWidget(m_speedLabel, 0, 1, 1, 2);
-    progress->addWidget(m_progressBar, 1, 0, 1, 2, Qt::AlignVCenter);
-    progress->addWidget(m_overallLabel, 1, 2);
+    progress->addWidget(m_speedLabel, 0, 1);
+    progress->addWidget(m_progressBar, 1, 0, Qt::AlignVCenter);
+    progress->addWidget(m_overallLabel, 1, 1);
     progress->setColumnStretch(0, 1);
+    progress->setColumnMinimumWidth(0, 120);
     m_progressPanel->hide();
     layout->addWidget(m_progressPanel, 0, Qt::AlignVCenter);
 

@@ -6,6 +6,7 @@
 #include <QPropertyAnimation>
 #include <QWidget>
 
+class ElidedLabel;
 class HeroPanel;
 class QCheckBox;
 class QLabel;
@@ -108,7 +109,7 @@ private:
     QPushButton *m_customButton = nullptr;
     QLabel *m_versionLabel = nullptr;
     QWidget *m_progressPanel = nullptr;
-    QLabel *m_statusLabel = nullptr;
+    ElidedLabel *m_statusLabel = nullptr;
     QLabel *m_speedLabel = nullptr;
     QProgressBar *m_progressBar = nullptr;
     QLabel *m_overallLabel = nullptr;

@@ -125,6 +125,8 @@ private slots:
     void availableSpaceOfTheDestination_data();
     void availableSpaceOfTheDestination();
     void phasesLookDifferent();
+    void longStatusStaysInsideTheProgressRow_data();
+    void longStatusStaysInsideTheProgressRow();
     void confirmationReportsTheChoice_data();
     void confirmationReportsTheChoice();
     void warningReturnsTheButton();
@@ -490,6 +492,36 @@ void UiTest::phasesLookDifferent()
     QVERIFY(part<QWidget>(window.get(), "downloadProgressPanel")->isVisible());
     window->setRequiredSpace(300LL << 20);
     QCOMPARE(part<QLabel>(window.get(), "spaceLabel")->text(), QStringLiteral("Required: 300 MB"));
+}
+
+void UiTest::longStatusStaysInsideTheProgressRow_data()
+{
+    QTest::addColumn<QString>("status");
+    QTest::addColumn<bool>("shortened");
+    QTest::newRow("a short status is shown whole") << "Extracting..." << false;
+    QTest::newRow("a long translated status is shortened, whole in its tooltip")
+        << QStringLiteral("Закрытие запущенных приложений, которые используют файлы установки...") << true;
+}
+
+void UiTest::longStatusStaysInsideTheProgressRow()
+{
+    QFETCH(QString, status);
+    QFETCH(bool, shortened);
+    auto window = shownWindow(interactiveAt(m_temp.filePath(QStringLiteral("BrisaLinker"))));
+    QVERIFY(window);
+    auto *install = part<QPushButton>(window.get(), "installButton");
+    const QRect before = install->geometry();
+    window->setPhase(MainWindow::Phase::Busy);
+    window->setWorking(true);
+    window->setSpeedText(MainWindow::formatTransferSpeed(2.5 * 1024 * 1024));
+    window->setStatusText(status);
+    QTest::qWait(50);
+    auto *label = part<QLabel>(window.get(), "downloadStatusLabel");
+    auto *panel = part<QWidget>(window.get(), "downloadProgressPanel");
+    QCOMPARE(install->geometry(), before);
+    QVERIFY(panel->geometry().right() < install->geometry().left());
+    QVERIFY(label->geometry().right() <= panel->width());
+    QCOMPARE(label->toolTip(), shortened ? status : QString());
 }
 
 void UiTest::confirmationReportsTheChoice_data()

@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 #include <QTranslator>
 
 namespace {
@@ -88,9 +89,27 @@ int main(int argc, char **argv)
     window.toggleCustomOptions();
     QTest::qWait(MainWindow::CustomAnimationDuration + 50);
 
+    window.setStatusText(QCoreApplication::translate("MainWindow", "Closing running applications..."));
+    window.setInstallButtonText(QCoreApplication::translate("MainWindow", "Installing..."));
+    window.setSpeedText(QString());
+    window.setDownloadProgress(88);
+    window.setOverallProgress(86);
+    save(&window, out, QStringLiteral("finalizing"));
+
     window.setPhase(MainWindow::Phase::Done);
     window.setWorking(false);
     window.lockInstallOptions(false);
     save(&window, out, QStringLiteral("done"));
+
+    QTimer::singleShot(pauseMs, [out] {
+        if (QWidget *box = QApplication::activeModalWidget()) {
+            box->grab().save(QDir(out).filePath(QStringLiteral("warning.png")));
+            box->close();
+        }
+    });
+    MainWindow::showInstallerWarning(&window, QCoreApplication::translate("MainWindow", "Installation in progress"),
+                                     QCoreApplication::translate("MainWindow", "Another installer is currently installing "
+                                                                               "Brisa-Linker. You can keep this window open "
+                                                                               "and try again when it finishes."));
     return 0;
 }
