@@ -229,7 +229,7 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+126"/>
+        <location filename="../../src/ui/main_window.cpp" line="+127"/>
         <source>Minimize</source>
         <translation>Minimizar</translation>
     </message>
@@ -271,34 +271,34 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+158"/>
+        <location line="+159"/>
         <source>Install to %1</source>
         <translation>Instalar en %1</translation>
     </message>
     <message>
-        <location line="-153"/>
+        <location line="-154"/>
         <source>Browse folders</source>
         <translation>Examinar carpetas</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+205"/>
+        <location line="+206"/>
         <source>Required: --</source>
         <translation>Necesario: --</translation>
     </message>
     <message>
-        <location line="-203"/>
-        <location line="+281"/>
+        <location line="-204"/>
+        <location line="+282"/>
         <source>Available: --</source>
         <translation>Disponible: --</translation>
     </message>
     <message>
-        <location line="-241"/>
+        <location line="-242"/>
         <source>Preparing download...</source>
         <translation>Preparando la descarga...</translation>
     </message>
     <message>
-        <location line="+22"/>
+        <location line="+23"/>
         <location line="+116"/>
         <source>Install</source>
         <translation>Instalar</translation>
@@ -432,7 +432,7 @@ Se cerrarán de inmediato de forma forzada; es posible que se pierda el trabajo 
         <translation>Forzar el cierre</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-450"/>
+        <location filename="../../src/ui/main_window.cpp" line="-451"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Cancelar</translation>

@@ -229,7 +229,7 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+126"/>
+        <location filename="../../src/ui/main_window.cpp" line="+127"/>
         <source>Minimize</source>
         <translation>最小化</translation>
     </message>
@@ -271,34 +271,34 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+158"/>
+        <location line="+159"/>
         <source>Install to %1</source>
         <translation>%1 にインストール</translation>
     </message>
     <message>
-        <location line="-153"/>
+        <location line="-154"/>
         <source>Browse folders</source>
         <translation>フォルダーを参照</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+205"/>
+        <location line="+206"/>
         <source>Required: --</source>
         <translation>必要な容量: --</translation>
     </message>
     <message>
-        <location line="-203"/>
-        <location line="+281"/>
+        <location line="-204"/>
+        <location line="+282"/>
         <source>Available: --</source>
         <translation>空き容量: --</translation>
     </message>
     <message>
-        <location line="-241"/>
+        <location line="-242"/>
         <source>Preparing download...</source>
         <translation>ダウンロードを準備しています...</translation>
     </message>
     <message>
-        <location line="+22"/>
+        <location line="+23"/>
         <location line="+116"/>
         <source>Install</source>
         <translation>インストール</translation>
@@ -432,7 +432,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>アプリケーションを強制終了</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-450"/>
+        <location filename="../../src/ui/main_window.cpp" line="-451"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>キャンセル</translation>
