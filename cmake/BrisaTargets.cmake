@@ -7,6 +7,8 @@ if(WIN32)
     # One self-contained exe: no libstdc++, libgcc or winpthread DLL beside it.
     string(APPEND CMAKE_EXE_LINKER_FLAGS " -static -static-libgcc -static-libstdc++")
     add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00)
+    # The host's rcc compresses with zstd, which the static kit's Qt cannot read.
+    set(CMAKE_AUTORCC_OPTIONS --no-zstd)
 else()
     add_compile_options(-Wall -Wextra)
 endif()

@@ -2,6 +2,7 @@
 
 #include "app/installer_launch.h"
 
+#include <QLocale>
 #include <QString>
 #include <QStringList>
 

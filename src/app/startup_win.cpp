@@ -30,6 +30,9 @@ namespace Startup {
 
 namespace {
 
+// "The requested operation requires elevation"; not every MinGW header names it.
+constexpr int elevationRequired = 740;
+
 QString tr(const char *text)
 {
     return QCoreApplication::translate("InstallerStartup", text);
@@ -68,7 +71,7 @@ int ensureInstallerElevation(const InstallerLaunch::Options &options, const QStr
         QMessageBox::critical(nullptr, QStringLiteral("Brisa-Linker Installer"),
                               tr("Administrator permission is required to install the system maintenance service. "
                                  "Please run the installer as administrator."));
-        return ERROR_ELEVATION_REQUIRED;
+        return elevationRequired;
     }
 
     const QString parameters = WindowsCommandLine::join(InstallerLaunch::elevationArguments(arguments, options)
@@ -84,7 +87,7 @@ int ensureInstallerElevation(const InstallerLaunch::Options &options, const QStr
         info.nShow = SW_SHOWNORMAL;
         if (ShellExecuteExW(&info)) {
             if (!info.hProcess)
-                return ERROR_ELEVATION_REQUIRED;
+                return elevationRequired;
             // Stay alive without a window until the elevated copy ends, so that a caller waiting
             // on this process sees the real result.
             const UniqueHandle process(info.hProcess);

@@ -2,6 +2,7 @@
 #include "app/installer_launch.h"
 #include "app/installer_logger.h"
 #include "app/startup.h"
+#include "location/installation_location.h"
 
 #include <QCoreApplication>
 #include <QDate>
@@ -15,7 +16,11 @@
 #include <QTest>
 #include <QThread>
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+#include <windows.h>
+#else
 #include <unistd.h>
 #endif
 
@@ -79,6 +84,12 @@ private slots:
     void logFallsBackWhenTheDayFileCannotBeOpened();
     void concurrentThreadsNeverInterleave();
     void concurrentProcessesNeverInterleave();
+#ifdef Q_OS_WIN
+    void installerStopsWithoutAWritableDirectory();
+    void installerFallsBackToTheWindowsTemp();
+    void updateRequestTakesTheAutomaticPathOnlyForAnInstallation_data();
+    void updateRequestTakesTheAutomaticPathOnlyForAnInstallation();
+#endif
 };
 
 void AppTest::parse_data()
@@ -322,7 +333,7 @@ void AppTest::logFallsBackWhenTheDayFileCannotBeOpened()
     QVERIFY(QDir().mkpath(dayLog(root)));
     InstallerLogger::writeTo(root, QStringLiteral("kept"));
     const QStringList fallbacks = QDir(root).entryList(
-        { QStringLiteral("installer-%1-??????-%2.log").arg(QDate::currentDate().toString(QStringLiteral("yyyyMMdd"))).arg(QCoreApplication::applicationPid()) },
+        { QStringLiteral("installer-%1-[0-9][0-9][0-9][0-9][0-9][0-9]-%2.log").arg(QDate::currentDate().toString(QStringLiteral("yyyyMMdd"))).arg(QCoreApplication::applicationPid()) },
         QDir::Files);
     QCOMPARE(fallbacks.size(), 1);
     QVERIFY(readLines(QDir(root).filePath(fallbacks.first())).first().endsWith(QLatin1String("  kept")));
@@ -372,7 +383,11 @@ void AppTest::concurrentProcessesNeverInterleave()
         QVERIFY(process->waitForFinished(120000));
         QCOMPARE(process->exitCode(), 0);
     }
-    const QStringList lines = readLines(dayLog(root));
+    // A writer that finds the day's file momentarily unavailable writes to a file of its own;
+    // every line must still be somewhere, whole.
+    QStringList lines;
+    for (const QString &name : QDir(root).entryList({ QStringLiteral("installer-*.log") }, QDir::Files))
+        lines << readLines(QDir(root).filePath(name));
     QCOMPARE(lines.size(), 3 * linesPerWriter);
     const QRegularExpression whole(QStringLiteral("^\\S+  writer=\\d line=\\d+ y{300}$"));
     QSet<QString> seen;
@@ -382,6 +397,170 @@ void AppTest::concurrentProcessesNeverInterleave()
     }
     QCOMPARE(seen.size(), 3 * linesPerWriter);
 }
+
+#ifdef Q_OS_WIN
+
+namespace {
+
+struct WindowSearch
+{
+    DWORD processId;
+    QString title;
+    HWND found;
+};
+
+BOOL CALLBACK findProcessWindow(HWND window, LPARAM parameter)
+{
+    auto *search = reinterpret_cast<WindowSearch *>(parameter);
+    DWORD owner = 0;
+    GetWindowThreadProcessId(window, &owner);
+    wchar_t title[128] = {};
+    GetWindowTextW(window, title, 128);
+    if (owner == search->processId && IsWindowVisible(window) && QString::fromWCharArray(title) == search->title) {
+        search->found = window;
+        return FALSE;
+    }
+    return TRUE;
+}
+
+// Waits for the installer's visible top-level window with this title and closes it as a user
+// would with the title bar's close button.
+bool closeWindow(QProcess *installer, const QString &title = QStringLiteral("Brisa-Linker Installer"))
+{
+    for (int i = 0; i < 600 && installer->state() == QProcess::Running; ++i) {
+        WindowSearch search { DWORD(installer->processId()), title, nullptr };
+        EnumWindows(findProcessWindow, reinterpret_cast<LPARAM>(&search));
+        if (search.found) {
+            QTest::qWait(500);
+            PostMessageW(search.found, WM_CLOSE, 0, 0);
+            return true;
+        }
+        QTest::qWait(100);
+    }
+    return false;
+}
+
+bool closeInstallerWindow(QProcess *installer)
+{
+    return closeWindow(installer) && installer->waitForFinished(60000);
+}
+
+// Makes a directory impossible to create by putting a file where it would be.
+bool block(const QString &directory)
+{
+    QDir().mkpath(QFileInfo(directory).path());
+    QFile file(directory);
+    return file.open(QIODevice::WriteOnly);
+}
+
+struct BlockedCandidates
+{
+    QTemporaryDir temp;
+    QString cacheBlocker;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+
+    // TEMP runs through a directory link, the LocalAppData cache is blocked by a file; WINDIR
+    // points into the test's own directory.
+    bool prepare(bool windowsTempUsable)
+    {
+        const QString localAppData = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+        cacheBlocker = localAppData + QStringLiteral("/BrisaLinkerInstallerCache/BrisaLinkerInstaller");
+        if (QFileInfo::exists(cacheBlocker) || !block(cacheBlocker))
+            return false;
+        const QString linkedTemp = QStringLiteral("C:/brisa-link-fixture/dir-link/temp");
+        environment.insert(QStringLiteral("TEMP"), linkedTemp);
+        environment.insert(QStringLiteral("TMP"), linkedTemp);
+        const QString windows = temp.filePath(QStringLiteral("windows"));
+        environment.insert(QStringLiteral("WINDIR"), QDir::toNativeSeparators(windows));
+        if (!windowsTempUsable)
+            return block(windows + QStringLiteral("/Temp/BrisaLinkerInstaller"));
+        return true;
+    }
+    ~BlockedCandidates()
+    {
+        QFile::remove(cacheBlocker);
+        QDir().rmdir(QFileInfo(cacheBlocker).path());
+    }
+};
+
+} // namespace
+
+void AppTest::installerStopsWithoutAWritableDirectory()
+{
+    BlockedCandidates candidates;
+    QVERIFY(candidates.prepare(false));
+    QProcess installer;
+    installer.setProcessEnvironment(candidates.environment);
+    installer.start(QStringLiteral(BRISA_INSTALLER_EXE), {});
+    QVERIFY(installer.waitForStarted());
+    QVERIFY2(closeInstallerWindow(&installer), "the installer showed no box");
+    QCOMPARE(installer.exitCode(), 1);
+}
+
+void AppTest::installerFallsBackToTheWindowsTemp()
+{
+    BlockedCandidates candidates;
+    QVERIFY(candidates.prepare(true));
+    QProcess installer;
+    installer.setProcessEnvironment(candidates.environment);
+    installer.start(QStringLiteral(BRISA_INSTALLER_EXE), {});
+    QVERIFY(installer.waitForStarted());
+    QVERIFY2(closeInstallerWindow(&installer), "the installer window did not appear");
+    QCOMPARE(installer.exitCode(), 0);
+    const QString logRoot = candidates.temp.filePath(QStringLiteral("windows/Temp/BrisaLinkerInstaller/log"));
+    const QStringList lines = readLines(dayLog(logRoot));
+    QVERIFY2(!lines.isEmpty(), qPrintable(logRoot));
+    const QString joined = lines.join(QLatin1Char('\n'));
+    QVERIFY2(joined.contains(QStringLiteral("Desktop user=S-1-5-")), qPrintable(joined));
+    QVERIFY(joined.contains(QStringLiteral("Installer process elevated: yes")));
+    QVERIFY(!QFileInfo::exists(QStringLiteral("C:/brisa-link-fixture/real/temp")));
+}
+
+void AppTest::updateRequestTakesTheAutomaticPathOnlyForAnInstallation_data()
+{
+    QTest::addColumn<bool>("installation");
+    QTest::addColumn<QString>("decision");
+    QTest::newRow("an installed product is updated automatically") << true << "automatic=1; manual_fallback=0";
+    QTest::newRow("a directory that is no installation falls back to a manual choice") << false << "automatic=0; manual_fallback=1";
+}
+
+void AppTest::updateRequestTakesTheAutomaticPathOnlyForAnInstallation()
+{
+    QFETCH(bool, installation);
+    QFETCH(QString, decision);
+    QTemporaryDir temp;
+    const QString target = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
+    QVERIFY(QDir().mkpath(target + QStringLiteral("/cfgdata")));
+    if (installation) {
+        // What an installation of the product leaves on disk: the launcher, its version file and
+        // the core of that version.
+        QVERIFY(QFile::copy(QStringLiteral(BRISA_FAKE_LAUNCHER_EXE), target + QStringLiteral("/brisalinker.exe")));
+        QVERIFY(QFile::copy(QStringLiteral(BRISA_FAKE_LAUNCHER_EXE), target + QStringLiteral("/updater.exe")));
+        QVERIFY(QDir().mkpath(target + QStringLiteral("/1.2.3")));
+        QVERIFY(QFile::copy(QStringLiteral(BRISA_FAKE_LAUNCHER_EXE), target + QStringLiteral("/1.2.3/bl-core.exe")));
+        QFile version(target + QStringLiteral("/cfgdata/version.ini"));
+        QVERIFY(version.open(QIODevice::WriteOnly));
+        version.write("[release]\nversion=1.2.3\n");
+    }
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QString temporary = temp.filePath(QStringLiteral("temp"));
+    environment.insert(QStringLiteral("TEMP"), QDir::toNativeSeparators(temporary));
+    environment.insert(QStringLiteral("TMP"), QDir::toNativeSeparators(temporary));
+    QProcess installer;
+    installer.setProcessEnvironment(environment);
+    installer.start(QStringLiteral(BRISA_INSTALLER_EXE), { QStringLiteral("--update"), QStringLiteral("--install-dir"), QDir::toNativeSeparators(target) });
+    QVERIFY(installer.waitForStarted());
+    if (!installation)
+        QVERIFY2(closeWindow(&installer, QStringLiteral("Choose installation location")), "the manual-fallback notice was not shown");
+    QVERIFY2(closeInstallerWindow(&installer), "the installer window did not appear");
+    const QString log = readLines(dayLog(temporary + QStringLiteral("/BrisaLinkerInstaller/log"))).join(QLatin1Char('\n'));
+    QVERIFY2(log.contains(QStringLiteral("Installer update request: target=")), qPrintable(log));
+    QVERIFY2(log.contains(decision), qPrintable(log));
+    if (installation)
+        QVERIFY2(log.contains(QStringLiteral("target=") + InstallationLocation::normalized(target)), qPrintable(log));
+}
+
+#endif
 
 int main(int argc, char *argv[])
 {
