@@ -87,6 +87,12 @@ bool isAbsoluteNonRootDirectory(const QString &path)
         return false;
     const bool drivePath = clean.size() > 2 && clean.at(0).isLetter() && clean.at(1) == QLatin1Char(':') && clean.at(2) == QLatin1Char('/');
     const bool sharePath = clean.startsWith(QLatin1String("//"));
+#ifndef Q_OS_WIN
+    // Host builds run the portable journal and install logic on their own file system, where
+    // "/dir/BrisaLinker" plays the part of a drive path.
+    if (!sharePath && clean.startsWith(QLatin1Char('/')))
+        return clean.size() > 1;
+#endif
     if (!drivePath && !sharePath)
         return false;
     return !isDriveRoot(clean) && !isShareRoot(clean);
