@@ -36,6 +36,13 @@ up() {
         "$wine" wineboot -i >/dev/null 2>&1
         "$wineserver" -w
     fi
+    # Wine points the user's shell folders (Desktop, Documents, ...) at $HOME through Unix
+    # symlinks, which Windows code sees as reparse points; on Windows they are plain folders, and
+    # the installer refuses to write shortcuts through a link. Make them plain folders.
+    local folder
+    for folder in "$prefix"/drive_c/users/*/* "$prefix"/drive_c/users/*/AppData/Roaming/Microsoft/Windows/*; do
+        if [ -L "$folder" ] && [ -d "$folder" ]; then rm -f "$folder" && mkdir -p "$folder"; fi
+    done
     # Windows code under Wine 8 cannot make links, but a Unix symlink inside drive_c shows to it
     # as a directory reparse point (a file symlink as a plain file). Tests that must prove links
     # are refused use these.
