@@ -24,6 +24,8 @@ bool commit(State *state, QString *error = nullptr);
 bool rollback(State *state, QString *error = nullptr);
 bool recover(const QString &root, QString *error = nullptr);
 bool load(const QString &root, State *state, QString *error = nullptr);
+// The checks of load() over a record already parsed: every key, before anything is acted on.
+bool validate(const QJsonObject &record, const QString &root, State *state, QString *error = nullptr);
 bool save(const QJsonObject &record, QString *error = nullptr);
 bool snapshotMetadata(QJsonObject *record, QString *error = nullptr);
 bool restoreMetadata(const QJsonObject &record, QString *error = nullptr);

@@ -1,0 +1,24 @@
+#include "journal/disk_steps.h"
+
+#include <atomic>
+
+namespace DiskSteps {
+
+namespace {
+
+std::atomic<Observer> currentObserver { nullptr };
+
+} // namespace
+
+void setObserver(Observer observer)
+{
+    currentObserver.store(observer);
+}
+
+void passed(const char *step)
+{
+    if (const Observer observer = currentObserver.load())
+        observer(step);
+}
+
+} // namespace DiskSteps

@@ -1,0 +1,486 @@
+#include "journal/overlay_transaction.h"
+
+#include "app/installer_logger.h"
+#include "journal/disk_steps.h"
+#include "journal/overlay_transaction_platform.h"
+#include "location/installation_location.h"
+#include "system/desktop_user.h"
+#include "system/file_links.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QSaveFile>
+#include <QSet>
+#include <QUuid>
+
+#include <algorithm>
+
+namespace OverlayTransaction {
+
+namespace {
+
+constexpr qint64 maximumRecordBytes = 33554432;
+
+bool fail(QString *error, const QString &message)
+{
+    InstallerLogger::write(message);
+    if (error)
+        *error = message;
+    return false;
+}
+
+QString clean(const QString &path)
+{
+    return QDir::cleanPath(QDir::fromNativeSeparators(path.trimmed()));
+}
+
+bool matches(const QJsonValue &value, const QRegularExpression &pattern)
+{
+    return value.isString() && pattern.match(value.toString()).hasMatch();
+}
+
+const QRegularExpression &digestPattern()
+{
+    static const QRegularExpression pattern(QStringLiteral("^[0-9a-f]{64}$"));
+    return pattern;
+}
+
+const QRegularExpression &idPattern()
+{
+    static const QRegularExpression pattern(QStringLiteral("^[0-9a-f]{32}$"));
+    return pattern;
+}
+
+// A sibling of the root whose name is the root's name, the marker and a suffix the caller
+// checks; anything else could point a recovery at somebody else's files.
+bool siblingNamed(const QString &candidate, const QString &root, const QString &marker, QString *suffix)
+{
+    const QFileInfo rootInfo(root);
+    const QFileInfo info(clean(candidate));
+    if (!InstallationLocation::same(info.path(), rootInfo.path()))
+        return false;
+    const QString prefix = rootInfo.fileName() + marker;
+    const QString name = info.fileName();
+    if (rootInfo.fileName().isEmpty() || !name.startsWith(prefix, Qt::CaseInsensitive))
+        return false;
+    *suffix = name.mid(prefix.size());
+    return true;
+}
+
+// The record-level rules: identity, ownership and where the record may send a recovery.
+bool validRecordHeader(const QJsonObject &record, const QString &root)
+{
+    static const QRegularExpression stageSuffix(QStringLiteral("^[0-9]+-[0-9]+$"));
+    const QString recordedRoot = record.value(QStringLiteral("root")).toString();
+    const QString stage = record.value(QStringLiteral("stage")).toString();
+    const QString backup = record.value(QStringLiteral("backup")).toString();
+    const QString id = record.value(QStringLiteral("id")).toString();
+    const QString owner = DesktopUser::sid();
+    const QJsonValue phase = record.value(QStringLiteral("phase"));
+    QString suffix;
+    if (record.value(QStringLiteral("schema")) != QJsonValue(1))
+        return false;
+    if (!InstallationLocation::isApplicationDirectory(root) || !InstallationLocation::same(root, recordedRoot))
+        return false;
+    if (!record.value(QStringLiteral("owner")).isString() || owner.isEmpty()
+        || record.value(QStringLiteral("owner")).toString() != owner)
+        return false;
+    if (!matches(record.value(QStringLiteral("id")), idPattern()))
+        return false;
+    if (!siblingNamed(stage, recordedRoot, QStringLiteral(".installing-"), &suffix) || !stageSuffix.match(suffix).hasMatch())
+        return false;
+    if (!siblingNamed(backup, recordedRoot, QStringLiteral(".backup-transaction-"), &suffix) || suffix != id)
+        return false;
+    if (!regular(recordedRoot) || !regular(stage) || !regular(backup))
+        return false;
+    return phase == QJsonValue(QStringLiteral("preparing")) || phase == QJsonValue(QStringLiteral("committed"));
+}
+
+bool validFilePlan(const QJsonValue &files)
+{
+    if (!files.isArray())
+        return false;
+    for (const QJsonValue &value : files.toArray()) {
+        const QJsonObject entry = value.toObject();
+        const QJsonValue hadOld = entry.value(QStringLiteral("hadOld"));
+        if (!value.isObject() || !entry.value(QStringLiteral("path")).isString()
+            || !relative(entry.value(QStringLiteral("path")).toString())
+            || !matches(entry.value(QStringLiteral("new")), digestPattern()) || !hadOld.isBool())
+            return false;
+        if (hadOld.toBool() && !matches(entry.value(QStringLiteral("old")), digestPattern()))
+            return false;
+        if (!hadOld.toBool() && !entry.value(QStringLiteral("old")).isString())
+            return false;
+    }
+    return true;
+}
+
+bool validCreated(const QJsonValue &created)
+{
+    if (!created.isArray())
+        return false;
+    for (const QJsonValue &value : created.toArray()) {
+        if (!value.isString() || !relative(value.toString()))
+            return false;
+    }
+    return true;
+}
+
+QString under(const QString &directory, const QString &relativePath)
+{
+    return directory + QLatin1Char('/') + relativePath;
+}
+
+bool removeFile(const QString &path)
+{
+    if (!regular(path) || !QFile::remove(path))
+        return false;
+    DiskSteps::passed("remove file");
+    return true;
+}
+
+void removeDirectoryIfEmpty(const QString &path)
+{
+    if (regular(path) && QDir().rmdir(path))
+        DiskSteps::passed("remove directory");
+}
+
+// The new file is in the way of the old one: drop it when the stage still has its copy,
+// otherwise hand it back to the stage so that no new file is ever lost either.
+bool setNewFileAside(const QString &target, const QString &staged)
+{
+    if (FileLinks::exists(staged))
+        return removeFile(target);
+    return move(target, staged);
+}
+
+bool rollbackEntry(const QJsonObject &entry, const QString &root, const QString &stage, const QString &backup)
+{
+    const QString relativePath = entry.value(QStringLiteral("path")).toString();
+    const QString newDigest = entry.value(QStringLiteral("new")).toString();
+    const QString oldDigest = entry.value(QStringLiteral("old")).toString();
+    const bool hadOld = entry.value(QStringLiteral("hadOld")).toBool();
+    const QString target = under(root, relativePath);
+    const QString staged = under(stage, relativePath);
+    const QString saved = under(backup, relativePath);
+    if (!regular(target) || !regular(staged) || !regular(saved))
+        return false;
+    if (FileLinks::exists(staged) && hash(staged) != newDigest)
+        return false;
+    if (FileLinks::exists(saved)) {
+        if (!hadOld || hash(saved) != oldDigest)
+            return false;
+        if (FileLinks::exists(target)) {
+            const QString current = hash(target);
+            if (current == oldDigest)
+                return true;
+            if (current != newDigest || !setNewFileAside(target, staged))
+                return false;
+        }
+        return move(saved, target);
+    }
+    if (!hadOld) {
+        if (!FileLinks::exists(target))
+            return true;
+        return hash(target) == newDigest && setNewFileAside(target, staged);
+    }
+    return FileLinks::exists(target) && hash(target) == oldDigest;
+}
+
+} // namespace
+
+QString path(const QString &root)
+{
+    return InstallationLocation::normalized(root) + QStringLiteral("/.install-transaction.json");
+}
+
+bool regular(const QString &path)
+{
+    const QString cleaned = clean(path);
+    if (cleaned.isEmpty() || !QDir::isAbsolutePath(cleaned))
+        return false;
+    return !FileLinks::pathHasLink(cleaned);
+}
+
+bool relative(const QString &path)
+{
+    if (path.isEmpty() || path.contains(QLatin1Char('\\')) || path.contains(QLatin1Char(':'))
+        || !QDir::isRelativePath(path))
+        return false;
+    static const QString forbidden = QStringLiteral("<>\"|?*");
+    for (const QString &part : path.split(QLatin1Char('/'))) {
+        if (part.isEmpty() || part == QLatin1String(".") || part == QLatin1String("..")
+            || part.endsWith(QLatin1Char('.')) || part.endsWith(QLatin1Char(' ')))
+            return false;
+        for (const QChar c : part) {
+            if (c.unicode() < 32 || forbidden.contains(c))
+                return false;
+        }
+    }
+    return true;
+}
+
+QString hash(const QString &path)
+{
+    if (!regular(path))
+        return {};
+    const QFileInfo info(path);
+    if (!info.isFile() || info.isSymLink())
+        return {};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QCryptographicHash digest(QCryptographicHash::Sha256);
+    if (!digest.addData(&file))
+        return {};
+    return QString::fromLatin1(digest.result().toHex());
+}
+
+bool move(const QString &from, const QString &to)
+{
+    if (!regular(from) || !regular(to) || FileLinks::exists(to))
+        return false;
+    const QString parent = QFileInfo(clean(to)).path();
+    if (!QFileInfo(parent).isDir()) {
+        if (!QDir().mkpath(parent))
+            return false;
+        DiskSteps::passed("make directory");
+    }
+    if (!OverlayTransactionPlatform::moveEntry(clean(from), clean(to)))
+        return false;
+    DiskSteps::passed("move");
+    return true;
+}
+
+bool save(const QJsonObject &record, QString *error)
+{
+    const QString target = path(record.value(QStringLiteral("root")).toString());
+    if (record.value(QStringLiteral("root")).toString().isEmpty() || !regular(target))
+        return fail(error, QStringLiteral("Unsafe installation recovery path."));
+    // A first installation has no root yet; the record is its first content.
+    const QString root = QFileInfo(target).path();
+    if (!QFileInfo(root).isDir()) {
+        if (!QDir().mkpath(root))
+            return fail(error, QStringLiteral("Unable to persist the installation recovery record: ") + root);
+        DiskSteps::passed("make directory");
+    }
+    QSaveFile file(target);
+    const QByteArray bytes = QJsonDocument(record).toJson(QJsonDocument::Compact);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush()
+        || !OverlayTransactionPlatform::flushToDisk(&file) || !file.commit())
+        return fail(error, QStringLiteral("Unable to persist the installation recovery record: ") + file.errorString());
+    DiskSteps::passed("save record");
+    return true;
+}
+
+bool begin(const QString &root, const QString &stage, State *state, QString *error)
+{
+    if (FileLinks::exists(path(root)))
+        return fail(error, QStringLiteral("An unfinished installation must be recovered before starting another transaction."));
+    const QString normalizedRoot = InstallationLocation::normalized(root);
+    const QString normalizedStage = InstallationLocation::normalized(stage);
+    const QString id = QUuid::createUuid().toString(QUuid::Id128).toLower();
+    QJsonObject record {
+        { QStringLiteral("schema"), 1 },
+        { QStringLiteral("id"), id },
+        { QStringLiteral("root"), normalizedRoot },
+        { QStringLiteral("stage"), normalizedStage },
+        { QStringLiteral("backup"), normalizedRoot + QStringLiteral(".backup-transaction-") + id },
+        { QStringLiteral("owner"), DesktopUser::sid() },
+        { QStringLiteral("phase"), QStringLiteral("preparing") },
+        { QStringLiteral("hadRoot"), QFileInfo(normalizedRoot).isDir() },
+        { QStringLiteral("metadataStarted"), false },
+    };
+    // A record that a later run could not load would block that run, so the record's own
+    // rules are applied before anything is written.
+    if (DesktopUser::sid().isEmpty() || !regular(normalizedRoot) || !regular(normalizedStage)
+        || !validRecordHeader(record, normalizedRoot))
+        return fail(error, QStringLiteral("Unsafe installation transaction paths or user identity."));
+
+    QList<QJsonObject> files;
+    QSet<QString> created;
+    QSet<QString> seenParents;
+    QDirIterator walk(normalizedStage, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                      QDirIterator::Subdirectories);
+    const QDir stageDir(normalizedStage);
+    while (walk.hasNext()) {
+        const QString entry = walk.next();
+        // The stage itself passed the full check; each entry below it is reached through
+        // entries already checked, so testing the entry itself covers every ancestor.
+        if (FileLinks::isLink(entry))
+            return fail(error, QStringLiteral("The payload contains a directory link."));
+        if (walk.fileInfo().isDir())
+            continue;
+        const QString relativePath = stageDir.relativeFilePath(entry);
+        if (!relative(relativePath))
+            return fail(error, QStringLiteral("The payload contains an unsafe file path."));
+        const QString target = under(normalizedRoot, relativePath);
+        const bool hadOld = FileLinks::exists(target);
+        const QString newDigest = hash(entry);
+        const QString oldDigest = hadOld ? hash(target) : QString();
+        if (newDigest.isEmpty() || (hadOld && oldDigest.isEmpty()))
+            return fail(error, QStringLiteral("Unable to verify transaction file: ") + target);
+        files.append(QJsonObject {
+            { QStringLiteral("path"), relativePath },
+            { QStringLiteral("new"), newDigest },
+            { QStringLiteral("hadOld"), hadOld },
+            { QStringLiteral("old"), oldDigest },
+        });
+        for (QString parent = QFileInfo(relativePath).path(); parent != QLatin1String(".");
+             parent = QFileInfo(parent).path()) {
+            if (seenParents.contains(parent))
+                break;
+            seenParents.insert(parent);
+            if (!FileLinks::exists(under(normalizedRoot, parent)))
+                created.insert(parent);
+        }
+    }
+    std::sort(files.begin(), files.end(), [](const QJsonObject &a, const QJsonObject &b) {
+        return a.value(QStringLiteral("path")).toString().compare(b.value(QStringLiteral("path")).toString(), Qt::CaseInsensitive) < 0;
+    });
+    QStringList createdList(created.begin(), created.end());
+    createdList.sort();
+    QJsonArray fileArray;
+    for (const QJsonObject &file : std::as_const(files))
+        fileArray.append(file);
+    record.insert(QStringLiteral("files"), fileArray);
+    record.insert(QStringLiteral("created"), QJsonArray::fromStringList(createdList));
+    if (!snapshotMetadata(&record, error) || !save(record, error))
+        return false;
+    state->record = record;
+    state->active = true;
+    return true;
+}
+
+bool metadataStarted(State *state, QString *error)
+{
+    if (!state->active)
+        return true;
+    QJsonObject record = state->record;
+    record.insert(QStringLiteral("metadataStarted"), true);
+    if (!save(record, error))
+        return false;
+    state->record = record;
+    return true;
+}
+
+bool commit(State *state, QString *error)
+{
+    if (!state->active)
+        return true;
+    QJsonObject record = state->record;
+    record.insert(QStringLiteral("phase"), QStringLiteral("committed"));
+    if (!save(record, error))
+        return false;
+    state->record = record;
+    return true;
+}
+
+bool load(const QString &root, State *state, QString *error)
+{
+    const QString recordPath = path(root);
+    QFile file(recordPath);
+    if (!regular(recordPath) || !file.open(QIODevice::ReadOnly) || file.size() > maximumRecordBytes)
+        return fail(error, QStringLiteral("Unable to read installation recovery record."));
+    const QByteArray bytes = file.read(maximumRecordBytes + 1);
+    QJsonParseError parseError {};
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &parseError);
+    if (bytes.size() > maximumRecordBytes || parseError.error != QJsonParseError::NoError || !document.isObject())
+        return fail(error, QStringLiteral("Unable to read installation recovery record."));
+    return validate(document.object(), root, state, error);
+}
+
+bool validate(const QJsonObject &record, const QString &root, State *state, QString *error)
+{
+    if (!validRecordHeader(record, InstallationLocation::normalized(root)))
+        return fail(error, QStringLiteral("Invalid installation recovery record; backups were preserved."));
+    if (!validFilePlan(record.value(QStringLiteral("files"))))
+        return fail(error, QStringLiteral("Invalid installation recovery file plan."));
+    if (!validCreated(record.value(QStringLiteral("created"))))
+        return fail(error, QStringLiteral("Invalid recovery directory."));
+    state->record = record;
+    state->active = true;
+    return true;
+}
+
+bool rollback(State *state, QString *error)
+{
+    if (!state->active)
+        return true;
+    const QJsonObject &record = state->record;
+    if (record.value(QStringLiteral("phase")).toString() != QLatin1String("preparing"))
+        return fail(error, QStringLiteral("Cannot roll back a committed installation."));
+    const QString root = InstallationLocation::normalized(record.value(QStringLiteral("root")).toString());
+    const QString stage = InstallationLocation::normalized(record.value(QStringLiteral("stage")).toString());
+    const QString backup = InstallationLocation::normalized(record.value(QStringLiteral("backup")).toString());
+    const QJsonArray files = record.value(QStringLiteral("files")).toArray();
+    bool complete = true;
+    for (qsizetype i = files.size() - 1; i >= 0; --i) {
+        if (!rollbackEntry(files.at(i).toObject(), root, stage, backup)) {
+            InstallerLogger::write(QStringLiteral("Recovery entry failed: %1").arg(files.at(i).toObject().value(QStringLiteral("path")).toString()));
+            complete = false;
+        }
+    }
+    if (!complete)
+        return fail(error, QStringLiteral("Installation recovery is incomplete. Preserve the recovery record and backup: ") + backup);
+    if (!restoreMetadata(record, error))
+        return false;
+    const QJsonArray created = record.value(QStringLiteral("created")).toArray();
+    for (qsizetype i = created.size() - 1; i >= 0; --i)
+        removeDirectoryIfEmpty(under(root, created.at(i).toString()));
+    if (!record.value(QStringLiteral("hadRoot")).toBool())
+        removeDirectoryIfEmpty(root);
+    if (!removeFile(path(root)))
+        return fail(error, QStringLiteral("Unable to remove the completed recovery record."));
+    removeDirectoryIfEmpty(backup);
+    state->active = false;
+    InstallerLogger::write(QStringLiteral("Recovered interrupted installation: ") + root);
+    return true;
+}
+
+bool recover(const QString &root, QString *error)
+{
+    if (!FileLinks::exists(path(root)))
+        return true;
+    State state;
+    if (!load(root, &state, error))
+        return false;
+    if (state.record.value(QStringLiteral("phase")).toString() == QLatin1String("preparing"))
+        return rollback(&state, error);
+    if (!removeFile(path(root)))
+        return fail(error, QStringLiteral("Unable to retire the committed recovery record."));
+    return true;
+}
+
+QStringList shortcutPaths()
+{
+    return OverlayTransactionPlatform::shortcutPaths();
+}
+
+bool shortcutOwned(const QString &shortcut, const QString &root)
+{
+    return OverlayTransactionPlatform::shortcutOwned(shortcut, root);
+}
+
+QList<QPair<QString, QString>> protocolValues()
+{
+    const QString scheme = QStringLiteral("brisalinker");
+    const QString command = QStringLiteral("brisalinker\\shell\\open\\command");
+    return {
+        { scheme, QString() },
+        { scheme, QStringLiteral("URL Protocol") },
+        { scheme, QStringLiteral("BrisaLinkerInstallerRegistration") },
+        { QStringLiteral("brisalinker\\DefaultIcon"), QString() },
+        { QStringLiteral("brisalinker\\shell"), QString() },
+        { command, QString() },
+        { command, QStringLiteral("DelegateExecute") },
+    };
+}
+
+} // namespace OverlayTransaction

@@ -1,0 +1,220 @@
+#include "journal/overlay_transaction.h"
+
+#include "app/installer_logger.h"
+#include "journal/overlay_transaction_platform.h"
+#include "location/installation_location.h"
+
+#include <QDataStream>
+#include <QFile>
+#include <QFileInfo>
+#include <QIODevice>
+#include <QJsonArray>
+#include <QSaveFile>
+
+// The registry values and shortcut files that the pipeline changes after the files are in place:
+// recorded before anything changes and put back on a rollback, unless somebody else has changed
+// them since, in which case their change wins and the record is kept.
+namespace OverlayTransaction {
+
+namespace {
+
+using Platform = OverlayTransactionPlatform::RegistryResult;
+
+bool fail(QString *error, const QString &message)
+{
+    InstallerLogger::write(message);
+    if (error)
+        *error = message;
+    return false;
+}
+
+QByteArray serialized(const QVariantMap &values)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_6_0);
+    stream << values;
+    return bytes;
+}
+
+bool deserialized(const QByteArray &bytes, QVariantMap *values)
+{
+    QDataStream stream(bytes);
+    stream.setVersion(QDataStream::Qt_6_0);
+    QVariantMap result;
+    stream >> result;
+    if (stream.status() != QDataStream::Ok || !stream.atEnd())
+        return false;
+    *values = result;
+    return true;
+}
+
+bool decodedBase64(const QJsonValue &value, QByteArray *bytes)
+{
+    if (!value.isString())
+        return false;
+    const auto decoded = QByteArray::fromBase64Encoding(value.toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        return false;
+    *bytes = *decoded;
+    return true;
+}
+
+QString base64(const QByteArray &bytes)
+{
+    return QString::fromLatin1(bytes.toBase64());
+}
+
+bool restoreUninstall(const QJsonObject &record, const QString &root, QString *error)
+{
+    const QJsonObject snapshot = record.value(QStringLiteral("uninstall")).toObject();
+    QByteArray bytes;
+    QVariantMap saved;
+    if (!record.value(QStringLiteral("uninstall")).isObject() || !snapshot.value(QStringLiteral("existed")).isBool()
+        || !decodedBase64(snapshot.value(QStringLiteral("data")), &bytes) || !deserialized(bytes, &saved))
+        return fail(error, QStringLiteral("Invalid preserved uninstall metadata."));
+    QVariantMap current;
+    if (!OverlayTransactionPlatform::readUninstallValues(&current))
+        return fail(error, QStringLiteral("Unable to restore uninstall metadata."));
+    const QString location = current.value(QStringLiteral("InstallLocation")).toString();
+    if (!location.isEmpty() && !InstallationLocation::same(location, root))
+        return fail(error, QStringLiteral("Another installation owns the current registration; recovery data was preserved."));
+    if (!OverlayTransactionPlatform::writeUninstallValues(snapshot.value(QStringLiteral("existed")).toBool() ? saved : QVariantMap()))
+        return fail(error, QStringLiteral("Unable to restore uninstall metadata."));
+    return true;
+}
+
+bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *error)
+{
+    const QJsonValue value = record.value(QStringLiteral("shortcuts"));
+    const QStringList paths = shortcutPaths();
+    const QJsonArray entries = value.toArray();
+    if (!value.isArray() || entries.size() != paths.size())
+        return fail(error, QStringLiteral("Invalid shortcut recovery data."));
+    QList<QByteArray> contents;
+    for (const QJsonValue &entryValue : entries) {
+        const QJsonObject entry = entryValue.toObject();
+        QByteArray bytes;
+        if (!entryValue.isObject() || !entry.value(QStringLiteral("existed")).isBool()
+            || (entry.value(QStringLiteral("existed")).toBool() && !decodedBase64(entry.value(QStringLiteral("data")), &bytes)))
+            return fail(error, QStringLiteral("Invalid shortcut recovery data."));
+        contents.append(bytes);
+    }
+    for (qsizetype i = 0; i < paths.size(); ++i) {
+        const QString &shortcut = paths.at(i);
+        const bool existed = entries.at(i).toObject().value(QStringLiteral("existed")).toBool();
+        if (!regular(shortcut))
+            return fail(error, QStringLiteral("Unsafe shortcut recovery path."));
+        if (QFileInfo::exists(shortcut)) {
+            QFile current(shortcut);
+            if (!current.open(QIODevice::ReadOnly))
+                return fail(error, QStringLiteral("Unable to inspect previous shortcut."));
+            const QByteArray now = current.readAll();
+            if (!shortcutOwned(shortcut, root) && (!existed || now != contents.at(i)))
+                return fail(error, QStringLiteral("Another application changed the shortcut; recovery data was preserved."));
+        }
+        if (!existed) {
+            if (QFileInfo::exists(shortcut) && !QFile::remove(shortcut))
+                return fail(error, QStringLiteral("Unable to remove new shortcut."));
+            continue;
+        }
+        QSaveFile file(shortcut);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(contents.at(i)) != contents.at(i).size() || !file.commit())
+            return fail(error, QStringLiteral("Unable to restore shortcut."));
+    }
+    return true;
+}
+
+bool restoreProtocol(const QJsonObject &record, const QString &root, QString *error)
+{
+    const QJsonValue value = record.value(QStringLiteral("protocol"));
+    const auto names = protocolValues();
+    const QJsonArray entries = value.toArray();
+    if (!value.isArray() || entries.size() != names.size())
+        return fail(error, QStringLiteral("Invalid URL recovery data."));
+    QList<OverlayTransactionPlatform::RegistryValue> values;
+    for (const QJsonValue &entryValue : entries) {
+        const QJsonObject entry = entryValue.toObject();
+        OverlayTransactionPlatform::RegistryValue saved;
+        const double type = entry.value(QStringLiteral("type")).toDouble(-1);
+        if (!entryValue.isObject() || !entry.value(QStringLiteral("present")).isBool() || type < 0 || type > 0xffffffffu
+            || type != static_cast<double>(static_cast<quint32>(type)) || !decodedBase64(entry.value(QStringLiteral("data")), &saved.data))
+            return fail(error, QStringLiteral("Invalid URL recovery data."));
+        saved.present = entry.value(QStringLiteral("present")).toBool();
+        saved.type = static_cast<quint32>(type);
+        values.append(saved);
+    }
+    QString command;
+    bool present = false;
+    if (OverlayTransactionPlatform::currentProtocolCommand(&command, &present) != Platform::Done)
+        return fail(error, QStringLiteral("Unable to read URL registration."));
+    if (present && command != OverlayTransactionPlatform::protocolCommandFor(InstallationLocation::normalized(root) + QStringLiteral("/brisalinker.exe")))
+        return fail(error, QStringLiteral("Another installation changed the URL registration; recovery data was preserved."));
+    switch (OverlayTransactionPlatform::writeProtocolValues(names, values)) {
+    case Platform::Done:
+        return true;
+    case Platform::RootUnavailable:
+        return fail(error, QStringLiteral("Unable to restore URL registration."));
+    case Platform::ValueFailed:
+        break;
+    }
+    return fail(error, QStringLiteral("Unable to restore URL registration value."));
+}
+
+} // namespace
+
+bool snapshotMetadata(QJsonObject *record, QString *error)
+{
+    QVariantMap uninstall;
+    if (!OverlayTransactionPlatform::readUninstallValues(&uninstall))
+        return fail(error, QStringLiteral("Unable to read uninstall registration."));
+
+    QJsonArray shortcuts;
+    for (const QString &shortcut : shortcutPaths()) {
+        if (!regular(shortcut))
+            return fail(error, QStringLiteral("Unsafe shortcut path: ") + shortcut);
+        if (!QFileInfo::exists(shortcut)) {
+            shortcuts.append(QJsonObject { { QStringLiteral("existed"), false } });
+            continue;
+        }
+        QFile file(shortcut);
+        if (!file.open(QIODevice::ReadOnly))
+            return fail(error, QStringLiteral("Unable to preserve shortcut: ") + shortcut);
+        shortcuts.append(QJsonObject { { QStringLiteral("existed"), true }, { QStringLiteral("data"), base64(file.readAll()) } });
+    }
+
+    QList<OverlayTransactionPlatform::RegistryValue> values;
+    switch (OverlayTransactionPlatform::readProtocolValues(protocolValues(), &values)) {
+    case Platform::Done:
+        break;
+    case Platform::RootUnavailable:
+        return fail(error, QStringLiteral("Unable to preserve URL registration."));
+    case Platform::ValueFailed:
+        return fail(error, QStringLiteral("Unable to preserve URL registration value."));
+    }
+    QJsonArray protocol;
+    for (const auto &value : std::as_const(values)) {
+        protocol.append(QJsonObject {
+            { QStringLiteral("present"), value.present },
+            { QStringLiteral("type"), static_cast<qint64>(value.type) },
+            { QStringLiteral("data"), base64(value.data) },
+        });
+    }
+    record->insert(QStringLiteral("uninstall"), QJsonObject {
+        { QStringLiteral("existed"), !uninstall.isEmpty() },
+        { QStringLiteral("data"), base64(serialized(uninstall)) },
+    });
+    record->insert(QStringLiteral("shortcuts"), shortcuts);
+    record->insert(QStringLiteral("protocol"), protocol);
+    return true;
+}
+
+bool restoreMetadata(const QJsonObject &record, QString *error)
+{
+    if (!record.value(QStringLiteral("metadataStarted")).toBool())
+        return true;
+    const QString root = InstallationLocation::normalized(record.value(QStringLiteral("root")).toString());
+    return restoreUninstall(record, root, error) && restoreShortcuts(record, root, error) && restoreProtocol(record, root, error);
+}
+
+} // namespace OverlayTransaction

@@ -1,0 +1,259 @@
+#include "journal/overlay_transaction_platform.h"
+
+#include "system/desktop_user.h"
+#include "system/handles_win.h"
+#include "system/url_protocol.h"
+
+#include <QDir>
+#include <QSettings>
+
+#include <io.h>
+#include <windows.h>
+#include <knownfolders.h>
+#include <objbase.h>
+#include <shlobj.h>
+#include <shobjidl.h>
+
+namespace OverlayTransactionPlatform {
+
+namespace {
+
+struct CoTaskFreer
+{
+    void operator()(wchar_t *memory) const { CoTaskMemFree(memory); }
+};
+
+template<typename T>
+struct ComReleaser
+{
+    void operator()(T *object) const
+    {
+        if (object)
+            object->Release();
+    }
+};
+template<typename T>
+using ComPointer = std::unique_ptr<T, ComReleaser<T>>;
+
+// COM on the calling thread for the lifetime of one call; a thread that already has COM in
+// another apartment model keeps it.
+class ComScope
+{
+public:
+    ComScope() : m_result(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) { }
+    ~ComScope()
+    {
+        if (SUCCEEDED(m_result))
+            CoUninitialize();
+    }
+    bool usable() const { return SUCCEEDED(m_result) || m_result == RPC_E_CHANGED_MODE; }
+
+private:
+    HRESULT m_result;
+};
+
+QString knownFolder(REFKNOWNFOLDERID folder)
+{
+    wchar_t *raw = nullptr;
+    const HRESULT result = SHGetKnownFolderPath(folder, KF_FLAG_DONT_VERIFY, static_cast<HANDLE>(DesktopUser::token()), &raw);
+    const std::unique_ptr<wchar_t, CoTaskFreer> owned(raw);
+    if (FAILED(result) || !raw)
+        return {};
+    return QDir::fromNativeSeparators(QString::fromWCharArray(raw));
+}
+
+QString identity(const QString &path)
+{
+    return QDir::toNativeSeparators(QDir::cleanPath(QDir::fromNativeSeparators(path))).toLower();
+}
+
+std::wstring wide(const QString &text)
+{
+    return text.toStdWString();
+}
+
+} // namespace
+
+bool moveEntry(const QString &from, const QString &to)
+{
+    // No MOVEFILE_REPLACE_EXISTING and no MOVEFILE_COPY_ALLOWED: a rename on one volume that
+    // fails rather than overwrite anything.
+    return MoveFileExW(wideChars(QDir::toNativeSeparators(from)), wideChars(QDir::toNativeSeparators(to)),
+                       MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+bool flushToDisk(QFileDevice *file)
+{
+    const int descriptor = file->handle();
+    if (descriptor < 0)
+        return false;
+    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    return handle != INVALID_HANDLE_VALUE && FlushFileBuffers(handle) != 0;
+}
+
+bool readUninstallValues(QVariantMap *values)
+{
+    const QString key = DesktopUser::uninstallKey();
+    if (key.isEmpty())
+        return false;
+    QSettings settings(key, QSettings::NativeFormat);
+    QVariantMap result;
+    for (const QString &name : settings.childKeys())
+        result.insert(name, settings.value(name));
+    if (settings.status() != QSettings::NoError)
+        return false;
+    *values = result;
+    return true;
+}
+
+bool writeUninstallValues(const QVariantMap &values)
+{
+    const QString key = DesktopUser::uninstallKey();
+    if (key.isEmpty())
+        return false;
+    QSettings settings(key, QSettings::NativeFormat);
+    for (const QString &name : settings.childKeys())
+        settings.remove(name);
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        settings.setValue(it.key(), it.value());
+    settings.sync();
+    return settings.status() == QSettings::NoError;
+}
+
+QStringList shortcutPaths()
+{
+    QStringList paths;
+    const QString desktop = knownFolder(FOLDERID_Desktop);
+    const QString programs = knownFolder(FOLDERID_Programs);
+    if (!desktop.isEmpty())
+        paths.append(desktop + QStringLiteral("/Brisa-Linker.lnk"));
+    if (!programs.isEmpty()) {
+        paths.append(programs + QStringLiteral("/Brisa-Linker.lnk"));
+        paths.append(programs + QStringLiteral("/Uninstall Brisa-Linker.lnk"));
+    }
+    QStringList unique;
+    for (const QString &path : std::as_const(paths)) {
+        if (!unique.contains(path, Qt::CaseInsensitive))
+            unique.append(path);
+    }
+    return unique;
+}
+
+bool shortcutOwned(const QString &shortcut, const QString &root)
+{
+    const ComScope com;
+    if (!com.usable())
+        return false;
+    IShellLinkW *rawLink = nullptr;
+    if (FAILED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, reinterpret_cast<void **>(&rawLink))))
+        return false;
+    const ComPointer<IShellLinkW> link(rawLink);
+    IPersistFile *rawFile = nullptr;
+    if (FAILED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void **>(&rawFile))))
+        return false;
+    const ComPointer<IPersistFile> file(rawFile);
+    if (FAILED(file->Load(wideChars(QDir::toNativeSeparators(shortcut)), STGM_READ)))
+        return false;
+    wchar_t target[MAX_PATH + 1] = {};
+    if (link->GetPath(target, MAX_PATH, nullptr, SLGP_RAWPATH) != S_OK)
+        return false;
+    const QString targetIdentity = identity(QString::fromWCharArray(target));
+    return targetIdentity == identity(root + QStringLiteral("/brisalinker.exe"))
+        || targetIdentity == identity(root + QStringLiteral("/uninstall.exe"));
+}
+
+RegistryResult readProtocolValues(const QList<QPair<QString, QString>> &names, QList<RegistryValue> *values)
+{
+    UrlProtocol::Key classes;
+    if (UrlProtocol::openUserClasses(classes, wide(DesktopUser::sid())) != ERROR_SUCCESS)
+        return RegistryResult::RootUnavailable;
+    QList<RegistryValue> result;
+    for (const auto &[subkey, name] : names) {
+        RegistryValue value;
+        HKEY raw = nullptr;
+        const LSTATUS opened = RegOpenKeyExW(static_cast<HKEY>(classes.handle()), wideChars(subkey), 0, KEY_QUERY_VALUE, &raw);
+        if (opened == ERROR_FILE_NOT_FOUND) {
+            result.append(value);
+            continue;
+        }
+        if (opened != ERROR_SUCCESS)
+            return RegistryResult::ValueFailed;
+        const UniqueRegistryKey key(raw);
+        UrlProtocol::Value read;
+        bool found = false;
+        if (UrlProtocol::readValue(key.get(), wide(name), read, found) != ERROR_SUCCESS)
+            return RegistryResult::ValueFailed;
+        if (found) {
+            value.present = true;
+            value.type = read.type;
+            value.data = QByteArray(reinterpret_cast<const char *>(read.data.data()), static_cast<qsizetype>(read.data.size()));
+        }
+        result.append(value);
+    }
+    *values = result;
+    return RegistryResult::Done;
+}
+
+RegistryResult writeProtocolValues(const QList<QPair<QString, QString>> &names, const QList<RegistryValue> &values)
+{
+    UrlProtocol::Key classes;
+    if (UrlProtocol::openUserClasses(classes, wide(DesktopUser::sid())) != ERROR_SUCCESS)
+        return RegistryResult::RootUnavailable;
+    bool allDone = true;
+    for (qsizetype i = 0; i < names.size() && i < values.size(); ++i) {
+        const auto &[subkey, name] = names.at(i);
+        const RegistryValue &value = values.at(i);
+        HKEY raw = nullptr;
+        if (!value.present) {
+            const LSTATUS opened = RegOpenKeyExW(static_cast<HKEY>(classes.handle()), wideChars(subkey), 0, KEY_SET_VALUE, &raw);
+            if (opened == ERROR_FILE_NOT_FOUND)
+                continue;
+            const UniqueRegistryKey key(raw);
+            const LSTATUS deleted = opened == ERROR_SUCCESS ? RegDeleteValueW(key.get(), wideChars(name)) : opened;
+            allDone = allDone && (deleted == ERROR_SUCCESS || deleted == ERROR_FILE_NOT_FOUND);
+            continue;
+        }
+        const LSTATUS created = RegCreateKeyExW(static_cast<HKEY>(classes.handle()), wideChars(subkey), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, nullptr);
+        const UniqueRegistryKey key(created == ERROR_SUCCESS ? raw : nullptr);
+        const LSTATUS written = created == ERROR_SUCCESS
+            ? RegSetValueExW(key.get(), wideChars(name), 0, value.type, reinterpret_cast<const BYTE *>(value.data.constData()), static_cast<DWORD>(value.data.size()))
+            : created;
+        allDone = allDone && written == ERROR_SUCCESS;
+    }
+    return allDone ? RegistryResult::Done : RegistryResult::ValueFailed;
+}
+
+RegistryResult currentProtocolCommand(QString *command, bool *present)
+{
+    UrlProtocol::Key classes;
+    if (UrlProtocol::openUserClasses(classes, wide(DesktopUser::sid())) != ERROR_SUCCESS)
+        return RegistryResult::RootUnavailable;
+    HKEY raw = nullptr;
+    const LSTATUS opened = RegOpenKeyExW(static_cast<HKEY>(classes.handle()), L"brisalinker\\shell\\open\\command", 0, KEY_QUERY_VALUE, &raw);
+    if (opened == ERROR_FILE_NOT_FOUND) {
+        command->clear();
+        *present = false;
+        return RegistryResult::Done;
+    }
+    if (opened != ERROR_SUCCESS)
+        return RegistryResult::ValueFailed;
+    const UniqueRegistryKey key(raw);
+    UrlProtocol::Value value;
+    bool found = false;
+    std::wstring text;
+    if (UrlProtocol::readValue(key.get(), std::wstring(), value, found) != ERROR_SUCCESS)
+        return RegistryResult::ValueFailed;
+    *present = found;
+    // A non-string command is somebody else's registration as much as a different text is.
+    *command = found && UrlProtocol::stringValue(value, text) ? QString::fromStdWString(text) : QStringLiteral("<non-string>");
+    if (!found)
+        command->clear();
+    return RegistryResult::Done;
+}
+
+QString protocolCommandFor(const QString &executable)
+{
+    return QString::fromStdWString(UrlProtocol::launchCommand(UrlProtocol::normalizedPath(executable.toStdWString())));
+}
+
+} // namespace OverlayTransactionPlatform

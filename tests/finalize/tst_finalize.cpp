@@ -1,0 +1,180 @@
+#include "finalize/in_place_install.h"
+#include "journal/tree_fixture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+
+#include <atomic>
+
+using namespace InPlaceInstall;
+
+namespace {
+
+QString backupOf(const TreeFixture &fixture)
+{
+    return fixture.base() + QStringLiteral("/BrisaLinker.backup-transaction-0123456789abcdef0123456789abcdef");
+}
+
+} // namespace
+
+class FinalizeTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void installAndRollBack_data();
+    void installAndRollBack();
+    void failuresLeaveAnUndoableState_data();
+    void failuresLeaveAnUndoableState();
+    void filesGoInCaseInsensitiveOrder();
+    void aNewFileThatCannotGoBackKeepsTheBackup();
+    void historicalBackups_data();
+    void historicalBackups();
+};
+
+void FinalizeTest::installAndRollBack_data()
+{
+    QTest::addColumn<TreeFixture::Files>("installed");
+    QTest::addColumn<TreeFixture::Files>("payload");
+    QTest::addColumn<bool>("rootExists");
+    QTest::newRow("a payload over an existing installation") << TreeFixture::installation() << TreeFixture::payload() << true;
+    QTest::newRow("a payload into a directory that does not exist") << TreeFixture::Files() << TreeFixture::payload() << false;
+    QTest::newRow("an empty payload changes nothing") << TreeFixture::installation() << TreeFixture::Files() << true;
+    QTest::newRow("a payload of only new files in new directories")
+        << TreeFixture::installation() << TreeFixture::Files { { "a/b/c/new.dll", "n" }, { "z.txt", "z" } } << true;
+}
+
+void FinalizeTest::installAndRollBack()
+{
+    QFETCH(TreeFixture::Files, installed);
+    QFETCH(TreeFixture::Files, payload);
+    QFETCH(bool, rootExists);
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp(installed, payload));
+    QCOMPARE(QFileInfo(fixture.root()).isDir(), rootExists);
+    const QString backup = backupOf(fixture);
+
+    OverlayState state;
+    QVERIFY(installStagedFilesInPlace(fixture.stage(), fixture.root(), backup, &state, nullptr));
+    QCOMPARE(TreeFixture::snapshot(fixture.root()), TreeFixture::expected(TreeFixture::overlaid(installed, payload)));
+    QVERIFY2(QFileInfo(backup).isDir(), "the backup directory is made even for an empty payload");
+    QCOMPARE(state.createdInstallRoot, !rootExists);
+    QCOMPARE(state.moves.size(), payload.size());
+
+    QVERIFY(rollbackStagedFiles(fixture.stage(), fixture.root(), backup, state));
+    QCOMPARE(TreeFixture::snapshot(fixture.root()), TreeFixture::expected(installed));
+    QCOMPARE(QFileInfo::exists(fixture.root()), rootExists);
+    QCOMPARE(TreeFixture::snapshot(fixture.stage()), TreeFixture::expected(payload));
+    // A root this run created is removed and ends the rollback; its backup sibling then stays.
+    QCOMPARE(QFileInfo::exists(backup), !rootExists);
+}
+
+void FinalizeTest::failuresLeaveAnUndoableState_data()
+{
+    QTest::addColumn<QString>("obstacle");
+    QTest::addColumn<int>("movesRecorded");
+    QTest::newRow("a backup slot already taken stops at that file") << "backup-taken" << 3;
+    QTest::newRow("a directory where a file should be replaced") << "target-directory" << 3;
+    QTest::newRow("a file where a directory must be made") << "parent-file" << 0;
+    QTest::newRow("a cancel before the first file moves nothing") << "cancel" << 0;
+#ifndef Q_OS_WIN
+    QTest::newRow("a link in the staged tree moves nothing") << "staged-link" << 0;
+    QTest::newRow("a link where a directory must be made") << "target-link" << 3;
+#endif
+}
+
+void FinalizeTest::failuresLeaveAnUndoableState()
+{
+    QFETCH(QString, obstacle);
+    QFETCH(int, movesRecorded);
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp(TreeFixture::installation(), TreeFixture::payload()));
+    const QString backup = backupOf(fixture);
+    std::atomic<bool> cancel { false };
+    // Files go in the order 1.4.20/bl-core.exe, 1.4.20/res/Big.pak, brisalinker.exe, cfgdata/...
+    if (obstacle == QLatin1String("backup-taken"))
+        QVERIFY(TreeFixture::write(backup + "/cfgdata/version.ini", "not mine"));
+    else if (obstacle == QLatin1String("target-directory"))
+        QVERIFY(QFile::remove(fixture.root() + "/cfgdata/version.ini") && QDir().mkpath(fixture.root() + "/cfgdata/version.ini"));
+    else if (obstacle == QLatin1String("parent-file"))
+        QVERIFY(TreeFixture::write(fixture.root() + "/1.4.20", "a file"));
+    else if (obstacle == QLatin1String("cancel"))
+        cancel.store(true);
+    else if (obstacle == QLatin1String("staged-link"))
+        QVERIFY(QFile::link(fixture.root(), fixture.stage() + "/plugins/escape"));
+    else if (obstacle == QLatin1String("target-link")) {
+        QVERIFY(QDir().mkpath(fixture.base() + "/elsewhere"));
+        QVERIFY(QFile::link(fixture.base() + "/elsewhere", fixture.root() + "/cfgdata-link"));
+        QDir(fixture.root()).rename("cfgdata", "cfgdata-real");
+        QVERIFY(QFile::rename(fixture.root() + "/cfgdata-link", fixture.root() + "/cfgdata"));
+    }
+    const auto rootBefore = TreeFixture::snapshot(fixture.root());
+    const auto stageBefore = TreeFixture::snapshot(fixture.stage());
+
+    OverlayState state;
+    QVERIFY(!installStagedFilesInPlace(fixture.stage(), fixture.root(), backup, &state, &cancel));
+    QCOMPARE(state.moves.size(), movesRecorded);
+    // Whatever is undone leaves the installation and the stage as they were.
+    rollbackStagedFiles(fixture.stage(), fixture.root(), backup, state);
+    QCOMPARE(TreeFixture::snapshot(fixture.root()), rootBefore);
+    QCOMPARE(TreeFixture::snapshot(fixture.stage()), stageBefore);
+    QVERIFY(!QFileInfo::exists(fixture.base() + "/elsewhere/version.ini"));
+}
+
+void FinalizeTest::filesGoInCaseInsensitiveOrder()
+{
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp({}, { { "B.txt", "b" }, { "a.txt", "a" }, { "C/x.txt", "c" }, { "b0.txt", "b0" } }));
+    OverlayState state;
+    QVERIFY(installStagedFilesInPlace(fixture.stage(), fixture.root(), backupOf(fixture), &state, nullptr));
+    QStringList order;
+    for (const OverlayMove &move : std::as_const(state.moves))
+        order.append(move.relativePath);
+    QCOMPARE(order, QStringList({ "a.txt", "B.txt", "b0.txt", "C/x.txt" }));
+}
+
+void FinalizeTest::aNewFileThatCannotGoBackKeepsTheBackup()
+{
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp(TreeFixture::installation(), TreeFixture::payload()));
+    const QString backup = backupOf(fixture);
+    OverlayState state;
+    QVERIFY(installStagedFilesInPlace(fixture.stage(), fixture.root(), backup, &state, nullptr));
+    // Something took the new file's place in the stage: it cannot go back, so its old copy must
+    // stay where it is, and so must the backup directory.
+    QVERIFY(TreeFixture::write(fixture.stage() + "/updater.exe", "squatter"));
+    QVERIFY(!rollbackStagedFiles(fixture.stage(), fixture.root(), backup, state));
+    QCOMPARE(TreeFixture::read(backup + "/updater.exe"), QByteArray("old updater"));
+    QCOMPARE(TreeFixture::read(fixture.root() + "/updater.exe"), QByteArray("new updater"));
+    QCOMPARE(TreeFixture::read(fixture.root() + "/brisalinker.exe"), QByteArray("old launcher"));
+}
+
+void FinalizeTest::historicalBackups_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("removed");
+    QTest::newRow("a numbered backup is removed") << "BrisaLinker.backup-1700000000" << true;
+    QTest::newRow("a backup with a suffix of 12a is kept") << "BrisaLinker.backup-12a" << false;
+    QTest::newRow("a backup with an empty suffix is kept") << "BrisaLinker.backup-" << false;
+    QTest::newRow("the current backup is kept") << "BrisaLinker.backup-42" << false;
+    QTest::newRow("a transaction backup is not historical") << "BrisaLinker.backup-transaction-0123" << false;
+    QTest::newRow("another product's backup is kept") << "Other.backup-17" << false;
+}
+
+void FinalizeTest::historicalBackups()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, removed);
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp(TreeFixture::installation(), {}));
+    const QString candidate = fixture.base() + QLatin1Char('/') + name;
+    QVERIFY(TreeFixture::write(candidate + "/old/file.dll", "old"));
+    cleanupHistoricalBackupDirectories(fixture.root(), fixture.base() + "/BrisaLinker.backup-42");
+    QCOMPARE(!QFileInfo::exists(candidate), removed);
+    QCOMPARE(TreeFixture::snapshot(fixture.root()), TreeFixture::expected(TreeFixture::installation()));
+}
+
+QTEST_GUILESS_MAIN(FinalizeTest)
+#include "tst_finalize.moc"

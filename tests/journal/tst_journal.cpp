@@ -1,0 +1,344 @@
+#include "tst_journal.h"
+
+#include "finalize/in_place_install.h"
+#include "journal/overlay_transaction.h"
+#include "tree_fixture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <functional>
+
+#ifdef Q_OS_WIN
+#include "system/desktop_user.h"
+#include <windows.h>
+#endif
+
+using Mutation = std::function<QByteArray(QJsonObject)>;
+Q_DECLARE_METATYPE(Mutation)
+
+namespace {
+
+QByteArray compact(const QJsonObject &record)
+{
+    return QJsonDocument(record).toJson(QJsonDocument::Compact);
+}
+
+Mutation setKey(const QString &key, const QJsonValue &value)
+{
+    return [key, value](QJsonObject record) {
+        record.insert(key, value);
+        return compact(record);
+    };
+}
+
+Mutation setFirstFile(const QString &key, const QJsonValue &value)
+{
+    return [key, value](QJsonObject record) {
+        QJsonArray files = record.value(QStringLiteral("files")).toArray();
+        QJsonObject file = files.at(0).toObject();
+        file.insert(key, value);
+        files.replace(0, file);
+        record.insert(QStringLiteral("files"), files);
+        return compact(record);
+    };
+}
+
+// An installation whose payload is in place but whose record still says "preparing": exactly
+// what the next start finds after a crash before the commit point.
+bool interruptedInstall(TreeFixture *fixture, OverlayTransaction::State *state)
+{
+    if (!fixture->setUp(TreeFixture::installation(), TreeFixture::payload())
+        || !OverlayTransaction::begin(fixture->root(), fixture->stage(), state))
+        return false;
+    InPlaceInstall::OverlayState overlay;
+    return InPlaceInstall::installStagedFilesInPlace(fixture->stage(), fixture->root(),
+                                                     state->record.value(QStringLiteral("backup")).toString(), &overlay, nullptr);
+}
+
+struct DiskState
+{
+    QMap<QString, QString> root;
+    QMap<QString, QString> stage;
+    QMap<QString, QString> backup;
+    QByteArray record;
+
+    static DiskState of(const TreeFixture &fixture)
+    {
+        return { TreeFixture::snapshot(fixture.root()), TreeFixture::snapshot(fixture.stage()),
+                 TreeFixture::snapshot(fixture.backup()), TreeFixture::read(OverlayTransaction::path(fixture.root())) };
+    }
+    bool operator==(const DiskState &other) const
+    {
+        return root == other.root && stage == other.stage && backup == other.backup && record == other.record;
+    }
+};
+
+} // namespace
+
+void JournalTest::initTestCase()
+{
+#ifndef Q_OS_WIN
+    QVERIFY2(!qEnvironmentVariableIsEmpty("BRISA_HOST_DESKTOP_SID"), "the test environment names the desktop user");
+#else
+    // Windows loads the user's classes hive at sign-in; Wine has none until it is made.
+    const std::wstring classes = DesktopUser::sid().toStdWString() + L"_Classes";
+    HKEY key = nullptr;
+    QCOMPARE(RegCreateKeyExW(HKEY_USERS, classes.c_str(), 0, nullptr, 0, KEY_READ, nullptr, &key, nullptr), LONG(ERROR_SUCCESS));
+    RegCloseKey(key);
+#endif
+}
+
+void JournalTest::relativePaths_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("a nested file") << "1.4.20/res/app.pak" << true;
+    QTest::newRow("a name with inner dots and blanks") << "OBS-Studio/bin/Brisa-Linker Streamer64.exe" << true;
+    QTest::newRow("empty") << "" << false;
+    QTest::newRow("a parent reference") << "../outside.dll" << false;
+    QTest::newRow("a parent reference in the middle") << "a/../../b" << false;
+    QTest::newRow("a current-directory component") << "a/./b" << false;
+    QTest::newRow("a doubled separator") << "a//b" << false;
+    QTest::newRow("a trailing separator") << "a/" << false;
+    QTest::newRow("absolute with a slash") << "/etc/passwd" << false;
+    QTest::newRow("a drive letter") << "C:/Windows/win.ini" << false;
+    QTest::newRow("an alternate data stream") << "file.txt:stream" << false;
+    QTest::newRow("a backslash") << "a\\b" << false;
+    QTest::newRow("a component ending in a dot") << "dir./file" << false;
+    QTest::newRow("a component ending in a blank") << "dir /file" << false;
+    QTest::newRow("a question mark") << "what?.txt" << false;
+    QTest::newRow("a control character") << QString("a\x01z") << false;
+    QTest::newRow("a device-style wildcard") << "a*b" << false;
+}
+
+void JournalTest::relativePaths()
+{
+    QFETCH(QString, path);
+    QFETCH(bool, accepted);
+    QCOMPARE(OverlayTransaction::relative(path), accepted);
+}
+
+void JournalTest::unsafePayloadsWriteNoRecord_data()
+{
+    QTest::addColumn<QString>("staged");
+    QTest::addColumn<QString>("message");
+#ifndef Q_OS_WIN
+    QTest::newRow("a directory link in the payload") << "link" << "The payload contains a directory link.";
+    QTest::newRow("a file name ending in a dot") << "plugins/evil." << "The payload contains an unsafe file path.";
+    QTest::newRow("a directory name ending in a blank") << "evil /x.dll" << "The payload contains an unsafe file path.";
+    QTest::newRow("a file name with a question mark") << "what?.dll" << "The payload contains an unsafe file path.";
+#endif
+    QTest::newRow("a record already in the root") << "record" << "An unfinished installation must be recovered before starting another transaction.";
+    QTest::newRow("a root not named for the product") << "wrong-root" << "Unsafe installation transaction paths or user identity.";
+    QTest::newRow("a stage that is not a sibling of the root") << "foreign-stage" << "Unsafe installation transaction paths or user identity.";
+}
+
+void JournalTest::unsafePayloadsWriteNoRecord()
+{
+    QFETCH(QString, staged);
+    QFETCH(QString, message);
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp(TreeFixture::installation(), TreeFixture::payload()));
+    QString root = fixture.root();
+    QString stage = fixture.stage();
+    if (staged == QLatin1String("link")) {
+        QVERIFY(QDir().mkpath(fixture.base() + "/elsewhere"));
+        QVERIFY(QFile::link(fixture.base() + "/elsewhere", stage + "/plugins/link"));
+    } else if (staged == QLatin1String("record")) {
+        QVERIFY(TreeFixture::write(OverlayTransaction::path(root), "{}"));
+    } else if (staged == QLatin1String("wrong-root")) {
+        root = fixture.base() + "/Other";
+        stage = fixture.base() + "/Other.installing-7-1";
+        QVERIFY(QDir().mkpath(stage));
+    } else if (staged == QLatin1String("foreign-stage")) {
+        stage = fixture.base() + "/elsewhere/BrisaLinker.installing-7-1";
+        QVERIFY(QDir().mkpath(stage));
+    } else {
+        QVERIFY(TreeFixture::write(stage + QLatin1Char('/') + staged, "payload"));
+    }
+    const QByteArray recordBefore = TreeFixture::read(OverlayTransaction::path(root));
+    const auto rootBefore = TreeFixture::snapshot(root);
+    OverlayTransaction::State state;
+    QString error;
+    QVERIFY(!OverlayTransaction::begin(root, stage, &state, &error));
+    QCOMPARE(error, message);
+    QVERIFY(!state.active);
+    QCOMPARE(TreeFixture::read(OverlayTransaction::path(root)), recordBefore);
+    QCOMPARE(TreeFixture::snapshot(root), rootBefore);
+}
+
+void JournalTest::hostileRecordsAreRefusedAndKept_data()
+{
+    QTest::addColumn<Mutation>("mutation");
+    QTest::addColumn<QString>("message");
+    const QString unreadable = QStringLiteral("Unable to read installation recovery record.");
+    const QString invalid = QStringLiteral("Invalid installation recovery record; backups were preserved.");
+    const QString plan = QStringLiteral("Invalid installation recovery file plan.");
+    const QString directory = QStringLiteral("Invalid recovery directory.");
+    const QString outside = QDir::tempPath();
+    QTest::newRow("truncated JSON is unreadable") << Mutation([](QJsonObject r) { return compact(r).left(40); }) << unreadable;
+    QTest::newRow("a JSON array is unreadable") << Mutation([](QJsonObject) { return QByteArray("[1,2]"); }) << unreadable;
+    QTest::newRow("an empty file is unreadable") << Mutation([](QJsonObject) { return QByteArray(); }) << unreadable;
+    QTest::newRow("schema 2 is invalid") << setKey("schema", 2) << invalid;
+    QTest::newRow("schema given as text is invalid") << setKey("schema", "1") << invalid;
+    QTest::newRow("an unknown phase is invalid") << setKey("phase", "rolling-back") << invalid;
+    QTest::newRow("a stage outside the root's parent is invalid") << setKey("stage", outside + "/BrisaLinker.installing-7-1") << invalid;
+    QTest::newRow("a stage with a malformed suffix is invalid") << setKey("stage", "X/BrisaLinker.installing-7") << invalid;
+    QTest::newRow("a backup outside the root's parent is invalid") << Mutation([outside](QJsonObject r) {
+        r.insert("backup", outside + "/BrisaLinker.backup-transaction-" + r.value("id").toString());
+        return compact(r);
+    }) << invalid;
+    QTest::newRow("a backup named for another transaction is invalid") << Mutation([](QJsonObject r) {
+        r.insert("backup", r.value("root").toString() + ".backup-transaction-" + QString(32, 'a'));
+        return compact(r);
+    }) << invalid;
+    QTest::newRow("a backup path wandering through parent references to a foreign name is invalid") << Mutation([](QJsonObject r) {
+        r.insert("backup", r.value("root").toString() + "/../x/../BrisaLinker.backup-transaction-0" + r.value("id").toString());
+        return compact(r);
+    }) << invalid;
+    QTest::newRow("an owner of another SID is invalid") << setKey("owner", "S-1-5-21-1-2-3-500") << invalid;
+    QTest::newRow("a missing owner is invalid") << Mutation([](QJsonObject r) { r.remove("owner"); return compact(r); }) << invalid;
+    QTest::newRow("an upper-case id is invalid") << Mutation([](QJsonObject r) {
+        r.insert("id", r.value("id").toString().toUpper());
+        return compact(r);
+    }) << invalid;
+    QTest::newRow("a record naming another root is invalid") << Mutation([](QJsonObject r) {
+        r.insert("root", r.value("root").toString() + "2");
+        return compact(r);
+    }) << invalid;
+    QTest::newRow("a file path with a parent reference is refused") << setFirstFile("path", "../../victim.txt") << plan;
+    QTest::newRow("an absolute file path is refused") << setFirstFile("path", "/etc/passwd") << plan;
+    QTest::newRow("a file path with a backslash is refused") << setFirstFile("path", "plugins\\a.dll") << plan;
+    QTest::newRow("hadOld given as text is refused") << setFirstFile("hadOld", "true") << plan;
+    QTest::newRow("an upper-case new digest is refused") << setFirstFile("new", QString(64, 'A')) << plan;
+    QTest::newRow("an old file without its digest is refused") << Mutation([](QJsonObject r) {
+        QJsonArray files = r.value("files").toArray();
+        for (qsizetype i = 0; i < files.size(); ++i) {
+            QJsonObject file = files.at(i).toObject();
+            if (file.value("hadOld").toBool()) {
+                file.insert("old", "");
+                files.replace(i, file);
+                break;
+            }
+        }
+        r.insert("files", files);
+        return compact(r);
+    }) << plan;
+    QTest::newRow("a file plan that is not an array is refused") << setKey("files", QJsonObject()) << plan;
+    QTest::newRow("a created directory with a parent reference is refused") << setKey("created", QJsonArray { "1.4.20", ".." }) << directory;
+}
+
+void JournalTest::hostileRecordsAreRefusedAndKept()
+{
+    QFETCH(Mutation, mutation);
+    QFETCH(QString, message);
+    TreeFixture fixture;
+    OverlayTransaction::State state;
+    QVERIFY(interruptedInstall(&fixture, &state));
+    QVERIFY(TreeFixture::write(OverlayTransaction::path(fixture.root()), mutation(state.record)));
+    const DiskState before = DiskState::of(fixture);
+
+    QString error;
+    QVERIFY(!OverlayTransaction::recover(fixture.root(), &error));
+    QCOMPARE(error, message);
+    QVERIFY2(DiskState::of(fixture) == before, "nothing was moved or deleted");
+    // The refused record also blocks the next installation instead of being overwritten.
+    OverlayTransaction::State next;
+    QVERIFY(!OverlayTransaction::begin(fixture.root(), fixture.stage(), &next, &error));
+    QVERIFY(DiskState::of(fixture) == before);
+}
+
+void JournalTest::recordSizeLimit_data()
+{
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<bool>("read");
+    QTest::newRow("a record of exactly 32 MiB is read") << qint64(33554432) << true;
+    QTest::newRow("a record one byte over 32 MiB is refused") << qint64(33554433) << false;
+}
+
+void JournalTest::recordSizeLimit()
+{
+    QFETCH(qint64, size);
+    QFETCH(bool, read);
+    TreeFixture fixture;
+    OverlayTransaction::State state;
+    QVERIFY(interruptedInstall(&fixture, &state));
+    QByteArray bytes = compact(state.record);
+    bytes.append(QByteArray(size - bytes.size(), ' '));
+    QVERIFY(TreeFixture::write(OverlayTransaction::path(fixture.root()), bytes));
+    OverlayTransaction::State loaded;
+    QString error;
+    QCOMPARE(OverlayTransaction::load(fixture.root(), &loaded, &error), read);
+    if (!read)
+        QCOMPARE(error, QStringLiteral("Unable to read installation recovery record."));
+}
+
+void JournalTest::foreignContentIsLeftAlone_data()
+{
+    QTest::addColumn<QString>("where");
+    QTest::addColumn<QString>("file");
+    QTest::newRow("an installed file rewritten by somebody else") << "root" << "plugins/a.dll";
+    QTest::newRow("a new file rewritten by somebody else") << "root" << "plugins/B.dll";
+    QTest::newRow("a backup whose digest is not the old one") << "backup" << "updater.exe";
+}
+
+void JournalTest::foreignContentIsLeftAlone()
+{
+    QFETCH(QString, where);
+    QFETCH(QString, file);
+    TreeFixture fixture;
+    OverlayTransaction::State state;
+    QVERIFY(interruptedInstall(&fixture, &state));
+    const QString tampered = (where == QLatin1String("root") ? fixture.root() : fixture.backup()) + QLatin1Char('/') + file;
+    QVERIFY(TreeFixture::write(tampered, "somebody else's content"));
+    const QStringList contentsBefore = fixture.contents();
+    const QByteArray record = TreeFixture::read(OverlayTransaction::path(fixture.root()));
+
+    QString error;
+    QVERIFY(!OverlayTransaction::recover(fixture.root(), &error));
+    QVERIFY(error.startsWith(QStringLiteral("Installation recovery is incomplete. Preserve the recovery record and backup: ")));
+    QCOMPARE(TreeFixture::read(tampered), QByteArray("somebody else's content"));
+    QCOMPARE(TreeFixture::read(OverlayTransaction::path(fixture.root())), record);
+    QCOMPARE(fixture.contents(), contentsBefore);
+    // The untouched entries went back; a second attempt changes nothing more and still refuses.
+    QCOMPARE(TreeFixture::read(fixture.root() + "/brisalinker.exe"), QByteArray("old launcher"));
+    QVERIFY(!OverlayTransaction::recover(fixture.root(), &error));
+    QCOMPARE(fixture.contents(), contentsBefore);
+}
+
+void JournalTest::recordLifecycle_data()
+{
+    QTest::addColumn<bool>("committed");
+    QTest::addColumn<bool>("newTree");
+    QTest::newRow("a preparing record is rolled back to the old files") << false << false;
+    QTest::newRow("a committed record is only retired") << true << true;
+}
+
+void JournalTest::recordLifecycle()
+{
+    QFETCH(bool, committed);
+    QFETCH(bool, newTree);
+    TreeFixture fixture;
+    OverlayTransaction::State state;
+    QVERIFY(interruptedInstall(&fixture, &state));
+    QVERIFY(OverlayTransaction::metadataStarted(&state));
+    if (committed)
+        QVERIFY(OverlayTransaction::commit(&state));
+    QVERIFY(OverlayTransaction::recover(fixture.root()));
+    QVERIFY(!QFileInfo::exists(OverlayTransaction::path(fixture.root())));
+    const auto expected = newTree ? TreeFixture::overlaid(TreeFixture::installation(), TreeFixture::payload())
+                                  : TreeFixture::installation();
+    QCOMPARE(TreeFixture::snapshot(fixture.root()), TreeFixture::expected(expected));
+    // Recovery of a root without a record does nothing and succeeds.
+    QVERIFY(OverlayTransaction::recover(fixture.root()));
+    QString error;
+    QVERIFY(!committed || !OverlayTransaction::rollback(&state, &error));
+}
+
+QTEST_GUILESS_MAIN(JournalTest)

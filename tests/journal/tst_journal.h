@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QObject>
+
+class JournalTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+
+    void relativePaths_data();
+    void relativePaths();
+    void unsafePayloadsWriteNoRecord_data();
+    void unsafePayloadsWriteNoRecord();
+    void hostileRecordsAreRefusedAndKept_data();
+    void hostileRecordsAreRefusedAndKept();
+    void recordSizeLimit_data();
+    void recordSizeLimit();
+    void foreignContentIsLeftAlone_data();
+    void foreignContentIsLeftAlone();
+    void recordLifecycle_data();
+    void recordLifecycle();
+
+    void crashAtEveryStepEndsOldOrNew_data();
+    void crashAtEveryStepEndsOldOrNew();
+    void cleanupTestCase();
+
+private:
+    int m_crashPoints = 0;
+};
