@@ -1,6 +1,7 @@
 #include "system/file_links.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 namespace FileLinks {
@@ -18,6 +19,26 @@ bool pathHasLink(const QString &path)
             return false;
         current = parent;
     }
+}
+
+bool removeTree(const QString &path)
+{
+    if (isLink(path)) {
+        // The entry itself, never what it points at.
+        return QFile::remove(path) || QDir().rmdir(path);
+    }
+    const QFileInfo info(path);
+    if (!info.exists())
+        return true;
+    if (!info.isDir()) {
+        QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::WriteOwner);
+        return QFile::remove(path);
+    }
+    bool removed = true;
+    const QFileInfoList entries = QDir(path).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo &entry : entries)
+        removed = removeTree(entry.filePath()) && removed;
+    return QDir().rmdir(path) && removed;
 }
 
 } // namespace FileLinks

@@ -18,4 +18,9 @@ bool exists(const QString &path);
 // cleaned first; components that do not exist yet are allowed.
 bool pathHasLink(const QString &path);
 
+// Removes a directory tree without ever following a link or junction inside it: a link is
+// removed itself, its target is left alone. An elevated installer deleting a directory the user
+// can write to must never be redirected into system files. True when nothing is left.
+bool removeTree(const QString &path);
+
 } // namespace FileLinks

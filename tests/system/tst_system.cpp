@@ -86,6 +86,25 @@ void SystemTest::linksAreRecognised()
     QVERIFY(::symlink("/nonexistent/target", QFile::encodeName(dangling).constData()) == 0);
     QVERIFY(FileLinks::isLink(dangling));
     QVERIFY(FileLinks::exists(dangling));
+
+    // Removing a tree that holds a link to another directory leaves that directory whole.
+    const QString tree = temp.filePath(QStringLiteral("tree"));
+    QVERIFY(QDir().mkpath(tree + QStringLiteral("/sub")));
+    QFile(tree + QStringLiteral("/sub/own.txt")).open(QIODevice::WriteOnly);
+    QFile(real + QStringLiteral("/inner/precious.txt")).open(QIODevice::WriteOnly);
+    QVERIFY(::symlink(QFile::encodeName(real).constData(), QFile::encodeName(tree + QStringLiteral("/sub/escape")).constData()) == 0);
+    QVERIFY(FileLinks::removeTree(tree));
+    QVERIFY(!QFileInfo::exists(tree));
+    QVERIFY(QFileInfo::exists(real + QStringLiteral("/inner/precious.txt")));
+#endif
+#ifdef Q_OS_WIN
+    // The harness's directory link inside drive_c: its target survives removing the link.
+    const QString fixture = QStringLiteral("C:/brisa-link-fixture/real/file.txt");
+    if (QFileInfo::exists(fixture)) {
+        QVERIFY(FileLinks::isLink(QStringLiteral("C:/brisa-link-fixture/dir-link")));
+        QVERIFY(FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/dir-link/inner/x.txt")));
+        QVERIFY(!FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/real/inner/x.txt")));
+    }
 #endif
 }
 

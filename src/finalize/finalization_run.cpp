@@ -1,0 +1,293 @@
+#include "finalize/finalization_run.h"
+#include "finalize/installer_finalizer.h"
+#include "app/installer_logger.h"
+#include "location/installation_identity.h"
+#include "location/installation_location.h"
+#include "system/file_links.h"
+#include "uninstaller/uninstall_data.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSaveFile>
+#include <QSettings>
+#include <QThread>
+
+namespace {
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("InstallerFinalizer", text);
+}
+
+const QString installerKey = QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer");
+
+bool isVersionDirectoryWithCore(const QFileInfo &entry)
+{
+    static const QRegularExpression version(QStringLiteral("^[0-9]+(?:\\.[0-9]+)+$"));
+    return entry.isDir() && version.match(entry.fileName()).hasMatch()
+        && QFileInfo(entry.filePath() + QStringLiteral("/bl-core.exe")).isFile();
+}
+
+} // namespace
+
+FinalizationRun::FinalizationRun(InstallerFinalizer *finalizer, Inputs inputs)
+    : m_finalizer(finalizer)
+    , m_in(std::move(inputs))
+{
+}
+
+void FinalizationRun::execute()
+{
+    // Up to the commit point every step may fail, and every failure is rolled back.
+    const bool committed = checkTargetIsSafe() && recoverInterruptedRun() && notCancelled()
+        && identifyExistingInstallation() && validatePackage() && notCancelled()
+        && removeUnwantedStagedFiles() && addEmbeddedUninstaller() && writeStreamerPathConfiguration()
+        && writeUninstallList() && notCancelled() && beginRecoveryRecord() && notCancelled()
+        && replaceFilesInPlace() && notCancelled() && checkInstalledLauncher() && markMetadataStarted()
+        && notCancelled() && passPointOfNoReturn();
+    if (!committed) {
+        rollback();
+        emit m_finalizer->failed(m_failure);
+        return;
+    }
+    runOptionalSteps();
+    InstallerLogger::write(QStringLiteral("Installation finalized; showing Done: %1").arg(m_in.installDir));
+    progress(100);
+    emit m_finalizer->completed();
+}
+
+bool FinalizationRun::checkTargetIsSafe()
+{
+    if (!InstallationLocation::isApplicationDirectory(m_in.installDir))
+        return fail(tr("The installation directory is unsafe."));
+    return true;
+}
+
+bool FinalizationRun::recoverInterruptedRun()
+{
+    // A record that cannot be recovered stays, and the new transaction refuses to begin over it.
+    QString detail;
+    if (!OverlayTransaction::recover(m_in.installDir, &detail))
+        InstallerLogger::write(QStringLiteral("Interrupted installation could not be recovered: %1").arg(detail));
+    return true;
+}
+
+bool FinalizationRun::identifyExistingInstallation()
+{
+    const bool present = QFileInfo::exists(m_in.installDir + QStringLiteral("/brisalinker.exe"));
+    const InstallationIdentity::Result identity = InstallationIdentity::installation(m_in.installDir);
+    QString kind = QStringLiteral("new_install");
+    if (identity.kind == InstallationIdentity::Launcher)
+        kind = QStringLiteral("launcher");
+    else if (identity.kind == InstallationIdentity::ValidExecutable)
+        kind = QStringLiteral("legacy_core");
+    InstallerLogger::write(QStringLiteral("Existing executable identity: %1").arg(kind));
+    if (present && identity.kind == InstallationIdentity::Invalid)
+        return fail(tr("The existing application executable cannot be identified. No old files were removed.\n%1").arg(identity.message));
+    if (identity.kind == InstallationIdentity::ValidExecutable) {
+        // Installations of the earlier layout move over under their own migration journal.
+        return fail(tr("Unable to prepare the legacy migration.\n%1").arg(QStringLiteral("The earlier installation layout cannot be migrated by this installer.")));
+    }
+    return true;
+}
+
+bool FinalizationRun::validatePackage()
+{
+    const QDir staging(m_in.stagingDir);
+    bool versionDirectory = false;
+    for (const QFileInfo &entry : staging.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden))
+        versionDirectory = versionDirectory || isVersionDirectoryWithCore(entry);
+    const bool complete = QFileInfo(staging.filePath(QStringLiteral("brisalinker.exe"))).isFile()
+        && QFileInfo(staging.filePath(QStringLiteral("updater.exe"))).isFile()
+        && QFileInfo(staging.filePath(QStringLiteral("cfgdata/version.ini"))).isFile() && versionDirectory;
+    if (complete)
+        return true;
+    InstallerLogger::write(QStringLiteral("Package validation failed: expected Launcher, updater, cfgdata/version.ini and a numeric version directory containing bl-core.exe."));
+    return fail(tr("The installation package is incomplete or incompatible. Download a current installer and retry. No installed files were replaced."));
+}
+
+bool FinalizationRun::removeUnwantedStagedFiles()
+{
+    for (const char *name : { "helper.exe", "port.bat", "install.log" })
+        QFile::remove(QDir(m_in.stagingDir).filePath(QString::fromLatin1(name)));
+    return true;
+}
+
+bool FinalizationRun::addEmbeddedUninstaller()
+{
+    const QString target = QDir(m_in.stagingDir).filePath(QStringLiteral("uninstall.exe"));
+    InstallerLogger::write(QStringLiteral("Preparing embedded uninstaller: %1").arg(target));
+    QFile source(QStringLiteral(":/helpers/uninstall.exe"));
+    QFile output(target);
+    bool copied = QDir().mkpath(QFileInfo(target).path()) && source.open(QIODevice::ReadOnly)
+        && output.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    while (copied && !source.atEnd()) {
+        const QByteArray block = source.read(1048576);
+        copied = !block.isEmpty() && output.write(block) == block.size();
+    }
+    copied = copied && output.flush();
+    if (copied)
+        return true;
+    InstallerLogger::write(QStringLiteral("Unable to prepare uninstaller."));
+    return fail(tr("Unable to install the uninstaller."));
+}
+
+bool FinalizationRun::writeStreamerPathConfiguration()
+{
+    const QString root = InstallationLocation::normalized(m_in.installDir);
+    const QJsonObject content { { QStringLiteral("path"), root + QStringLiteral("/OBS-Studio/bin/64bit/Brisa-Linker Streamer64.exe") } };
+    QSaveFile file(QDir(m_in.stagingDir).filePath(QStringLiteral("obs-path-conf.json")));
+    const QByteArray bytes = QJsonDocument(content).toJson(QJsonDocument::Compact);
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size() && file.commit())
+        return true;
+    return fail(tr("Unable to write the OBS path configuration."));
+}
+
+bool FinalizationRun::writeUninstallList()
+{
+    if (UninstallData::writeUninstallData(m_in.stagingDir, m_in.files, m_in.directories))
+        return true;
+    InstallerLogger::write(QStringLiteral("Unable to prepare uninstall data."));
+    return fail(tr("Unable to create the uninstall data file."));
+}
+
+bool FinalizationRun::beginRecoveryRecord()
+{
+    QString detail;
+    if (!OverlayTransaction::begin(m_in.installDir, m_in.stagingDir, &m_transaction, &detail))
+        return fail(tr("Unable to prepare installation recovery.\n%1").arg(detail));
+    m_backupDir = m_transaction.record.value(QStringLiteral("backup")).toString();
+    if (QFileInfo::exists(m_backupDir) || QFileInfo(m_backupDir).isSymLink()) {
+        InstallerLogger::write(QStringLiteral("Installation backup path already exists; refusing to overwrite: %1").arg(m_backupDir));
+        return fail(tr("Unable to prepare the installation backup."));
+    }
+    return true;
+}
+
+bool FinalizationRun::replaceFilesInPlace()
+{
+    stage(tr("Updating existing files..."));
+    m_installDirWasHidden = false;
+#ifdef Q_OS_WIN
+    m_installDirWasHidden = QFileInfo(m_in.installDir).isHidden();
+#endif
+    const std::atomic<bool> *cancel = &m_finalizer->m_cancelRequested;
+    if (!InPlaceInstall::installStagedFilesInPlace(m_in.stagingDir, m_in.installDir, m_backupDir, &m_overlay, cancel)) {
+        if (!InPlaceInstall::rollbackStagedFiles(m_in.stagingDir, m_in.installDir, m_backupDir, m_overlay))
+            InstallerLogger::write(QStringLiteral("CRITICAL: file-by-file installation rollback was incomplete."));
+        return fail(m_finalizer->cancelled() ? tr("Installation cancelled.") : tr("Unable to replace installation files."));
+    }
+    InPlaceInstall::setDirectoryHidden(m_in.installDir, false);
+    progress(10);
+    return true;
+}
+
+bool FinalizationRun::checkInstalledLauncher()
+{
+    if (QFileInfo(m_in.installDir + QStringLiteral("/brisalinker.exe")).isFile())
+        return true;
+    return fail(tr("The application executable is missing after extraction."));
+}
+
+bool FinalizationRun::markMetadataStarted()
+{
+    progress(25);
+    stage(tr("Creating shortcuts..."));
+    QString detail;
+    if (!OverlayTransaction::metadataStarted(&m_transaction, &detail))
+        return fail(tr("Unable to prepare installation recovery.\n%1").arg(detail));
+    progress(75);
+    stage(tr("Registering application..."));
+    progress(85);
+    stage(tr("Finishing installation..."));
+    InstallerLogger::write(QStringLiteral("Uninstall data prepared: %1").arg(m_in.installDir + QStringLiteral("/uninstall.dat")));
+    return true;
+}
+
+bool FinalizationRun::passPointOfNoReturn()
+{
+    progress(95);
+    if (!m_finalizer->beginCommitPhase())
+        return fail(tr("Installation cancelled."));
+    QString detail;
+    // From here on nothing is rolled back: a record that could not be marked committed would make
+    // the next start undo a finished installation, so the failure is only logged loudly.
+    if (!OverlayTransaction::commit(&m_transaction, &detail)) {
+        InstallerLogger::write(QStringLiteral("CRITICAL: unable to commit the installation recovery record: %1").arg(detail));
+    } else if (!OverlayTransaction::recover(m_in.installDir, &detail)) {
+        InstallerLogger::write(QStringLiteral("Unable to retire the committed recovery record: %1").arg(detail));
+    } else if (QFileInfo::exists(m_backupDir) && !FileLinks::removeTree(m_backupDir)) {
+        // With the record retired the old files are no longer needed for any recovery.
+        InstallerLogger::write(QStringLiteral("Unable to remove the installation backup: %1").arg(m_backupDir));
+    }
+    return true;
+}
+
+void FinalizationRun::runOptionalSteps()
+{
+    if (InstallationLocation::rememberSuccessfulLocation(m_in.installDir, installerKey, QSettings::NativeFormat))
+        InstallerLogger::write(QStringLiteral("Saved last successful installation directory: %1").arg(m_in.installDir));
+    else
+        InstallerLogger::write(QStringLiteral("Unable to save last successful installation directory: %1").arg(m_in.installDir));
+    removeStagingDirectory();
+    InPlaceInstall::cleanupHistoricalBackupDirectories(m_in.installDir, m_backupDir);
+}
+
+void FinalizationRun::removeStagingDirectory()
+{
+    for (int attempt = 1; attempt <= 3; ++attempt) {
+        if (!QFileInfo::exists(m_in.stagingDir) || FileLinks::removeTree(m_in.stagingDir))
+            return;
+        InstallerLogger::write(QStringLiteral("Unable to remove temporary installation directory: attempt=%1 path=%2").arg(attempt).arg(m_in.stagingDir));
+        if (attempt < 3)
+            QThread::msleep(400);
+    }
+    InstallerLogger::write(QStringLiteral("Installation completed, but temporary files remain: %1").arg(m_in.stagingDir));
+}
+
+bool FinalizationRun::notCancelled()
+{
+    return !m_finalizer->cancelled() || fail(tr("Installation cancelled."));
+}
+
+bool FinalizationRun::fail(const QString &message)
+{
+    m_failure = message;
+    return false;
+}
+
+void FinalizationRun::rollback()
+{
+    bool complete = true;
+    if (m_installDirWasHidden && QFileInfo::exists(m_in.installDir) && !InPlaceInstall::setDirectoryHidden(m_in.installDir, true)) {
+        InstallerLogger::write(QStringLiteral("CRITICAL: unable to restore previous directory visibility: %1").arg(m_in.installDir));
+        complete = false;
+    }
+    if (m_transaction.active) {
+        QString detail;
+        if (OverlayTransaction::rollback(&m_transaction, &detail)) {
+            InstallerLogger::write(QStringLiteral("Installation restored from durable transaction."));
+        } else {
+            InstallerLogger::write(QStringLiteral("CRITICAL: recovery incomplete; journal and backups were retained."));
+            complete = false;
+        }
+    }
+    InstallerLogger::write(complete ? QStringLiteral("Installation rolled back after finalization failure.")
+                                    : QStringLiteral("CRITICAL: installation rollback was incomplete; old backup was preserved where possible."));
+}
+
+void FinalizationRun::stage(const QString &text)
+{
+    emit m_finalizer->stageChanged(text);
+}
+
+void FinalizationRun::progress(int percent)
+{
+    emit m_finalizer->progressChanged(percent);
+}
