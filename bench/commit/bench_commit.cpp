@@ -69,23 +69,28 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "begin failed: %s\n", qPrintable(error));
         return 1;
     }
+    const double beginSeconds = timer.nsecsElapsed() / 1e9;
     const QString backup = state.record.value(QStringLiteral("backup")).toString();
     InPlaceInstall::OverlayState overlay;
     if (!InPlaceInstall::installStagedFilesInPlace(stage, root, backup, &overlay, nullptr)
         || !OverlayTransaction::metadataStarted(&state, &error))
         return 1;
     const double installSeconds = timer.nsecsElapsed() / 1e9;
-    std::printf("installed %d files (%d replaced), journal %lld bytes\n", files, files - files / 10,
-                static_cast<long long>(QFile(OverlayTransaction::path(root)).size()));
+    std::printf("installed %d files (%d replaced), journal %lld bytes, recorded in %.3f s, moved in %.3f s\n", files,
+                files - files / 10, static_cast<long long>(QFile(OverlayTransaction::path(root)).size()), beginSeconds,
+                installSeconds - beginSeconds);
     const int wrongNew = check(root, files, 'n');
 
     timer.restart();
     const bool movedBack = InPlaceInstall::rollbackStagedFiles(stage, root, backup, overlay);
+    const double moveBackSeconds = timer.nsecsElapsed() / 1e9;
     if (!OverlayTransaction::rollback(&state, &error) || !movedBack) {
         std::fprintf(stderr, "rollback failed: %s\n", qPrintable(error));
         return 1;
     }
     const double rollbackSeconds = timer.nsecsElapsed() / 1e9;
+    std::printf("rolled back: moved back in %.3f s, record checked and retired in %.3f s\n", moveBackSeconds,
+                rollbackSeconds - moveBackSeconds);
     const int wrongOld = check(root, files, 'o');
     std::printf("checked: %d wrong after install, %d wrong after rollback\n", wrongNew, wrongOld);
     if (wrongNew || wrongOld)

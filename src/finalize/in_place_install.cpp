@@ -3,6 +3,7 @@
 #include "app/installer_logger.h"
 #include "journal/disk_steps.h"
 #include "journal/overlay_transaction.h"
+#include "journal/plain_entries.h"
 #include "system/file_links.h"
 
 #include <QDir>
@@ -45,7 +46,7 @@ bool collectStagedFiles(const QString &stagingDir, const std::atomic<bool> *canc
             InstallerLogger::write(QStringLiteral("Unsafe staged directory link: %1").arg(entry));
             return false;
         }
-        if (walk.fileInfo().isDir())
+        if (PlainEntries::isDirectory(walk.fileInfo()))
             continue;
         files->append(QDir::fromNativeSeparators(stage.relativeFilePath(entry)));
     }
@@ -70,7 +71,7 @@ bool ensureParents(const QString &installDir, const QString &relativePath, Overl
     for (qsizetype i = 0; i + 1 < parts.size(); ++i) {
         current += QLatin1Char('/') + parts.at(i);
         if (FileLinks::exists(current)) {
-            if (FileLinks::isLink(current) || !QFileInfo(current).isDir())
+            if (FileLinks::isLink(current) || !PlainEntries::isDirectory(QFileInfo(current)))
                 return false;
             continue;
         }
@@ -92,8 +93,7 @@ bool installOne(const QString &stagingDir, const QString &installDir, const QStr
     const QString saved = backupDir + QLatin1Char('/') + relativePath;
     bool backedUp = false;
     if (FileLinks::exists(target)) {
-        const QFileInfo info(target);
-        if (FileLinks::isLink(target) || !info.isFile())
+        if (FileLinks::isLink(target) || !PlainEntries::isFile(QFileInfo(target)))
             return false;
         if (!makePath(QFileInfo(saved).path()) || !OverlayTransaction::move(target, saved)) {
             InstallerLogger::write(QStringLiteral("Unable to back up existing file: %1").arg(target));

@@ -3,6 +3,7 @@
 #include "app/installer_logger.h"
 #include "journal/disk_steps.h"
 #include "journal/overlay_transaction_platform.h"
+#include "journal/plain_entries.h"
 #include "location/installation_location.h"
 #include "system/desktop_user.h"
 #include "system/file_links.h"
@@ -132,6 +133,20 @@ bool validCreated(const QJsonValue &created)
     return true;
 }
 
+// The digest of a path whose link-free check has already been made by the caller.
+QString digestOfChecked(const QString &path)
+{
+    if (!PlainEntries::isFile(QFileInfo(path)))
+        return {};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QCryptographicHash digest(QCryptographicHash::Sha256);
+    if (!digest.addData(&file))
+        return {};
+    return QString::fromLatin1(digest.result().toHex());
+}
+
 QString under(const QString &directory, const QString &relativePath)
 {
     return directory + QLatin1Char('/') + relativePath;
@@ -169,15 +184,16 @@ bool rollbackEntry(const QJsonObject &entry, const QString &root, const QString 
     const QString target = under(root, relativePath);
     const QString staged = under(stage, relativePath);
     const QString saved = under(backup, relativePath);
+    // Checked once here; the digests below read the same paths.
     if (!regular(target) || !regular(staged) || !regular(saved))
         return false;
-    if (FileLinks::exists(staged) && hash(staged) != newDigest)
+    if (FileLinks::exists(staged) && digestOfChecked(staged) != newDigest)
         return false;
     if (FileLinks::exists(saved)) {
-        if (!hadOld || hash(saved) != oldDigest)
+        if (!hadOld || digestOfChecked(saved) != oldDigest)
             return false;
         if (FileLinks::exists(target)) {
-            const QString current = hash(target);
+            const QString current = digestOfChecked(target);
             if (current == oldDigest)
                 return true;
             if (current != newDigest || !setNewFileAside(target, staged))
@@ -188,9 +204,9 @@ bool rollbackEntry(const QJsonObject &entry, const QString &root, const QString 
     if (!hadOld) {
         if (!FileLinks::exists(target))
             return true;
-        return hash(target) == newDigest && setNewFileAside(target, staged);
+        return digestOfChecked(target) == newDigest && setNewFileAside(target, staged);
     }
-    return FileLinks::exists(target) && hash(target) == oldDigest;
+    return FileLinks::exists(target) && digestOfChecked(target) == oldDigest;
 }
 
 } // namespace
@@ -228,18 +244,7 @@ bool relative(const QString &path)
 
 QString hash(const QString &path)
 {
-    if (!regular(path))
-        return {};
-    const QFileInfo info(path);
-    if (!info.isFile() || info.isSymLink())
-        return {};
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash digest(QCryptographicHash::Sha256);
-    if (!digest.addData(&file))
-        return {};
-    return QString::fromLatin1(digest.result().toHex());
+    return regular(path) ? digestOfChecked(path) : QString();
 }
 
 bool move(const QString &from, const QString &to)
@@ -247,7 +252,7 @@ bool move(const QString &from, const QString &to)
     if (!regular(from) || !regular(to) || FileLinks::exists(to))
         return false;
     const QString parent = QFileInfo(clean(to)).path();
-    if (!QFileInfo(parent).isDir()) {
+    if (!PlainEntries::isDirectory(QFileInfo(parent))) {
         if (!QDir().mkpath(parent))
             return false;
         DiskSteps::passed("make directory");
@@ -315,14 +320,14 @@ bool begin(const QString &root, const QString &stage, State *state, QString *err
         // entries already checked, so testing the entry itself covers every ancestor.
         if (FileLinks::isLink(entry))
             return fail(error, QStringLiteral("The payload contains a directory link."));
-        if (walk.fileInfo().isDir())
+        if (PlainEntries::isDirectory(walk.fileInfo()))
             continue;
         const QString relativePath = stageDir.relativeFilePath(entry);
         if (!relative(relativePath))
             return fail(error, QStringLiteral("The payload contains an unsafe file path."));
         const QString target = under(normalizedRoot, relativePath);
         const bool hadOld = FileLinks::exists(target);
-        const QString newDigest = hash(entry);
+        const QString newDigest = digestOfChecked(entry);
         const QString oldDigest = hadOld ? hash(target) : QString();
         if (newDigest.isEmpty() || (hadOld && oldDigest.isEmpty()))
             return fail(error, QStringLiteral("Unable to verify transaction file: ") + target);
@@ -388,7 +393,9 @@ bool load(const QString &root, State *state, QString *error)
     QFile file(recordPath);
     if (!regular(recordPath) || !file.open(QIODevice::ReadOnly) || file.size() > maximumRecordBytes)
         return fail(error, QStringLiteral("Unable to read installation recovery record."));
-    const QByteArray bytes = file.read(maximumRecordBytes + 1);
+    // Read what the size promised and one byte more, so a file that grew meanwhile is noticed
+    // without reserving the whole limit for every small record.
+    const QByteArray bytes = file.read(file.size() + 1);
     QJsonParseError parseError {};
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &parseError);
     if (bytes.size() > maximumRecordBytes || parseError.error != QJsonParseError::NoError || !document.isObject())

@@ -3,13 +3,14 @@
 #include "app/installer_logger.h"
 #include "journal/overlay_transaction_platform.h"
 #include "location/installation_location.h"
+#include "system/file_links.h"
 
 #include <QDataStream>
 #include <QFile>
 #include <QFileInfo>
 #include <QIODevice>
 #include <QJsonArray>
-#include <QSaveFile>
+#include <QRandomGenerator>
 
 // The registry values and shortcut files that the pipeline changes after the files are in place:
 // recorded before anything changes and put back on a rollback, unless somebody else has changed
@@ -28,12 +29,38 @@ bool fail(QString *error, const QString &message)
     return false;
 }
 
+// A count, then each value's name, a type tag and the value. Written by hand rather than as
+// streamed variants, whose type registry a static build does not carry for every type.
+enum ValueTag : quint8 { TextValue = 1, TextListValue = 2, NumberValue = 3, WideNumberValue = 4, BytesValue = 5 };
+
 QByteArray serialized(const QVariantMap &values)
 {
     QByteArray bytes;
     QDataStream stream(&bytes, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_6_0);
-    stream << values;
+    stream << quint32(values.size());
+    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+        stream << it.key();
+        switch (it.value().typeId()) {
+        case QMetaType::QStringList:
+            stream << quint8(TextListValue) << it.value().toStringList();
+            break;
+        case QMetaType::Int:
+        case QMetaType::UInt:
+            stream << quint8(NumberValue) << qint32(it.value().toLongLong());
+            break;
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+            stream << quint8(WideNumberValue) << qint64(it.value().toLongLong());
+            break;
+        case QMetaType::QByteArray:
+            stream << quint8(BytesValue) << it.value().toByteArray();
+            break;
+        default:
+            stream << quint8(TextValue) << it.value().toString();
+            break;
+        }
+    }
     return bytes;
 }
 
@@ -41,8 +68,39 @@ bool deserialized(const QByteArray &bytes, QVariantMap *values)
 {
     QDataStream stream(bytes);
     stream.setVersion(QDataStream::Qt_6_0);
+    quint32 count = 0;
+    stream >> count;
     QVariantMap result;
-    stream >> result;
+    for (quint32 i = 0; i < count && stream.status() == QDataStream::Ok; ++i) {
+        QString name;
+        quint8 tag = 0;
+        stream >> name >> tag;
+        QVariant value;
+        if (tag == TextValue) {
+            QString text;
+            stream >> text;
+            value = text;
+        } else if (tag == TextListValue) {
+            QStringList list;
+            stream >> list;
+            value = list;
+        } else if (tag == NumberValue) {
+            qint32 number = 0;
+            stream >> number;
+            value = number;
+        } else if (tag == WideNumberValue) {
+            qint64 number = 0;
+            stream >> number;
+            value = number;
+        } else if (tag == BytesValue) {
+            QByteArray data;
+            stream >> data;
+            value = data;
+        } else {
+            return false;
+        }
+        result.insert(name, value);
+    }
     if (stream.status() != QDataStream::Ok || !stream.atEnd())
         return false;
     *values = result;
@@ -84,6 +142,29 @@ bool restoreUninstall(const QJsonObject &record, const QString &root, QString *e
     return true;
 }
 
+// Not QSaveFile: it treats a ".lnk" file as a link and would write through it into the
+// shortcut's target. Not QTemporaryFile either: under Windows it holds its handle until
+// destroyed, so it could not replace anything. A new file beside the shortcut replaces it.
+bool rewriteShortcut(const QString &shortcut, const QByteArray &bytes)
+{
+    QString stagedPath;
+    QFile staged;
+    for (int attempt = 0; attempt < 16 && !staged.isOpen(); ++attempt) {
+        stagedPath = QFileInfo(shortcut).path() + QStringLiteral("/.brisalinker-shortcut-")
+            + QString::number(QRandomGenerator::global()->generate(), 36);
+        staged.setFileName(stagedPath);
+        staged.open(QIODevice::WriteOnly | QIODevice::NewOnly);
+    }
+    if (!staged.isOpen())
+        return false;
+    const bool written = staged.write(bytes) == bytes.size() && staged.flush();
+    staged.close();
+    if (written && OverlayTransactionPlatform::replaceFile(stagedPath, shortcut))
+        return true;
+    QFile::remove(stagedPath);
+    return false;
+}
+
 bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *error)
 {
     const QJsonValue value = record.value(QStringLiteral("shortcuts"));
@@ -105,7 +186,7 @@ bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *e
         const bool existed = entries.at(i).toObject().value(QStringLiteral("existed")).toBool();
         if (!regular(shortcut))
             return fail(error, QStringLiteral("Unsafe shortcut recovery path."));
-        if (QFileInfo::exists(shortcut)) {
+        if (FileLinks::exists(shortcut)) {
             QFile current(shortcut);
             if (!current.open(QIODevice::ReadOnly))
                 return fail(error, QStringLiteral("Unable to inspect previous shortcut."));
@@ -114,12 +195,11 @@ bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *e
                 return fail(error, QStringLiteral("Another application changed the shortcut; recovery data was preserved."));
         }
         if (!existed) {
-            if (QFileInfo::exists(shortcut) && !QFile::remove(shortcut))
+            if (FileLinks::exists(shortcut) && !QFile::remove(shortcut))
                 return fail(error, QStringLiteral("Unable to remove new shortcut."));
             continue;
         }
-        QSaveFile file(shortcut);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(contents.at(i)) != contents.at(i).size() || !file.commit())
+        if (!rewriteShortcut(shortcut, contents.at(i)))
             return fail(error, QStringLiteral("Unable to restore shortcut."));
     }
     return true;
@@ -173,7 +253,7 @@ bool snapshotMetadata(QJsonObject *record, QString *error)
     for (const QString &shortcut : shortcutPaths()) {
         if (!regular(shortcut))
             return fail(error, QStringLiteral("Unsafe shortcut path: ") + shortcut);
-        if (!QFileInfo::exists(shortcut)) {
+        if (!FileLinks::exists(shortcut)) {
             shortcuts.append(QJsonObject { { QStringLiteral("existed"), false } });
             continue;
         }

@@ -82,6 +82,21 @@ bool moveEntry(const QString &from, const QString &to)
                        MOVEFILE_WRITE_THROUGH) != 0;
 }
 
+bool replaceFile(const QString &from, const QString &to)
+{
+    // Shell helpers (indexers, scanners, Wine's menu builder) read a fresh shortcut for a moment
+    // after it is written; wait that out rather than fail the restore.
+    for (int attempt = 0;; ++attempt) {
+        if (MoveFileExW(wideChars(QDir::toNativeSeparators(from)), wideChars(QDir::toNativeSeparators(to)),
+                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return true;
+        const DWORD error = GetLastError();
+        if ((error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) || attempt == 20)
+            return false;
+        Sleep(100);
+    }
+}
+
 bool flushToDisk(QFileDevice *file)
 {
     const int descriptor = file->handle();

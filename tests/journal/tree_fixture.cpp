@@ -107,6 +107,7 @@ TreeFixture::Files TreeFixture::installation()
         { QStringLiteral("1.4.19/bl-core.exe"), "old core" },
         { QStringLiteral("cfgdata/version.ini"), "1.4.19" },
         { QStringLiteral("plugins/a.dll"), "old a" },
+        { QStringLiteral("help/Manual.lnk"), "not a shell link, old" },
     };
 }
 
@@ -120,5 +121,6 @@ TreeFixture::Files TreeFixture::payload()
         { QStringLiteral("cfgdata/version.ini"), "1.4.20" },
         { QStringLiteral("plugins/a.dll"), "new a" },
         { QStringLiteral("plugins/B.dll"), "new b" },
+        { QStringLiteral("help/Manual.lnk"), "not a shell link, new" },
     };
 }

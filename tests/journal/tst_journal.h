@@ -22,6 +22,11 @@ private slots:
     void recordLifecycle_data();
     void recordLifecycle();
 
+#ifdef Q_OS_WIN
+    void metadataIsRestoredUnlessTakenOver_data();
+    void metadataIsRestoredUnlessTakenOver();
+#endif
+
     void crashAtEveryStepEndsOldOrNew_data();
     void crashAtEveryStepEndsOldOrNew();
     void cleanupTestCase();
