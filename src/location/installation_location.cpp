@@ -53,7 +53,7 @@ bool regularFileWithoutLink(const QString &path)
 
 QString nativePath(const QString &normalizedPath)
 {
-    return QString(normalizedPath).replace(QLatin1Char('/'), QLatin1Char('\\'));
+    return QDir::toNativeSeparators(normalizedPath);
 }
 
 } // namespace
@@ -70,6 +70,9 @@ QString normalized(const QString &path)
     // Windows paths.
     if (share && !clean.startsWith(QLatin1String("//")))
         clean.prepend(QLatin1Char('/'));
+    // Likewise a drive root keeps its slash: "C:" alone means the drive's current directory.
+    if (clean.size() == 2 && clean.at(1) == QLatin1Char(':') && slashed.startsWith(clean + QLatin1Char('/')))
+        clean.append(QLatin1Char('/'));
     return clean;
 }
 
@@ -114,6 +117,9 @@ bool hasNoDirectoryLinks(const QString &path)
         const QFileInfo info(current);
         if (info.exists() && !info.isDir())
             return false;
+        // A share root is where the walk ends: "//server" is no directory to ask about.
+        if (isShareRoot(current))
+            break;
         const QString parent = parentOf(current);
         if (parent.isEmpty() || parent.compare(current, Qt::CaseInsensitive) == 0)
             break;
@@ -198,7 +204,7 @@ QString legacySourceLocation(const QString &updaterExecutable)
     // real directories until one holds a valid product executable.
     QString candidate = parentOf(path);
     for (int depth = 0; depth < 4 && isAbsoluteNonRootDirectory(candidate); ++depth) {
-        if (FileLinks::isLink(candidate) || !QFileInfo(candidate).isDir())
+        if (!hasNoDirectoryLinks(candidate) || !QFileInfo(candidate).isDir())
             return {};
         const int kind = InstallationIdentity::installation(candidate).kind;
         if (kind == InstallationIdentity::ValidExecutable || kind == InstallationIdentity::Launcher)

@@ -62,10 +62,14 @@ bool candidateCounts(const QString &candidate)
     if (!QFileInfo::exists(launcher) || FileLinks::isLink(launcher))
         return false;
     const QString target = InstallationLocation::applicationTarget(candidate);
-    if (target.isEmpty() || !validSourceTarget(candidate, target))
+    if (target.isEmpty() || !validSourceTarget(candidate, target) || !InstallationLocation::hasNoDirectoryLinks(target))
         return false;
-    if (QFileInfo::exists(target) && !InstallationLocation::same(target, candidate)) {
-        if (FileLinks::isLink(target) || !QFileInfo(target).isDir() || !InstallationLocation::same(parentOf(target), candidate))
+    // An existing target must be a real directory of the candidate's own, never a link the
+    // migration would write through.
+    if (FileLinks::exists(target)) {
+        if (FileLinks::isLink(target) || !QFileInfo(target).isDir())
+            return false;
+        if (!InstallationLocation::same(target, candidate) && !InstallationLocation::same(parentOf(target), candidate))
             return false;
     }
     return InstallationIdentity::installation(candidate).kind == InstallationIdentity::ValidExecutable;

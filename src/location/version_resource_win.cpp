@@ -15,11 +15,9 @@ Outcome read(const QString &path, Strings *strings, QString *error)
     if (size > 4194304)
         return TooLarge;
     if (size == 0) {
-        const DWORD code = GetLastError();
-        // No version resource at all: nothing names the launcher.
-        if (code == ERROR_RESOURCE_TYPE_NOT_FOUND || code == ERROR_RESOURCE_DATA_NOT_FOUND || code == ERROR_RESOURCE_NAME_NOT_FOUND)
-            return NoTranslation;
-        *error = QStringLiteral("Unable to read application resources (Windows %1).").arg(code);
+        // A build of ours always carries version information; a file without any is not one we
+        // can vouch for, not even as the earlier layout.
+        *error = QStringLiteral("Unable to read application resources (Windows %1).").arg(GetLastError());
         return Unreadable;
     }
     std::vector<unsigned char> data(size);

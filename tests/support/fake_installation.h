@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// Installations on disk for tests: what an installer of ours leaves behind, and what a launcher
+// build that updates itself expects to find. Every function returns false when a file could not
+// be written, so a test can QVERIFY its set-up.
+namespace FakeInstallation {
+
+// The first line "uninstall.dat" must begin with to count as ours.
+inline const QByteArray rightMagic = QByteArrayLiteral("BRISALINKER_UNINSTALL_V1");
+
+// A minimal PE image (x86-64, no sections, no resources): valid headers, nothing else.
+QByteArray minimalExecutable();
+
+bool writeFile(const QString &path, const QByteArray &content);
+
+// The four markers "brisalinker.exe", "updater.exe", "uninstall.exe" and "uninstall.dat" with
+// `magic` as the first line of "uninstall.dat". "brisalinker.exe" is a copy of `launcherExe`
+// when one is given, otherwise minimalExecutable().
+bool makeInstallation(const QString &root, const QString &launcherExe = QString(),
+                      const QByteArray &magic = rightMagic);
+
+// What an automatic update expects: "brisalinker.exe" copied from `launcherExe`,
+// "cfgdata/version.ini" naming `version` as "release/version", and "<version>/bl-core.exe".
+bool makeUpdatable(const QString &root, const QString &launcherExe, const QString &version);
+
+} // namespace FakeInstallation
