@@ -82,24 +82,28 @@ QList<Registration> registrations()
     const QString uninstall = QStringLiteral("\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\");
     QList<Registration> list;
 #ifdef Q_OS_WIN
-    // The earlier installer was a 32-bit program: its entries live in the 32-bit view. Ours are
-    // written by this 64-bit program in the 64-bit view.
-    const QSettings::Format legacyView = QSettings::Registry32Format;
+    // The earlier installer was a 32-bit program, whose machine entries normally land in the
+    // 32-bit view; built for 64-bit install mode it wrote the 64-bit view. Both are read; the
+    // same directory found twice counts once. Our own entries are written by this 64-bit program
+    // in the 64-bit view. Per-user "Software" is one view for both, so the 64-bit view serves.
+    const QList<QSettings::Format> legacyViews { QSettings::Registry32Format, QSettings::Registry64Format };
     const QSettings::Format ownView = QSettings::Registry64Format;
 #else
-    const QSettings::Format legacyView = QSettings::NativeFormat;
+    const QList<QSettings::Format> legacyViews { QSettings::NativeFormat };
     const QSettings::Format ownView = QSettings::NativeFormat;
 #endif
-    const auto group = [&](const QString &root) {
-        list << Registration { root + QStringLiteral("\\Software\\BrisaLinker"), legacyView }
-             << Registration { root + uninstall + QStringLiteral("Brisa-Linker_is1"), legacyView }
-             << Registration { root + uninstall + QStringLiteral("BrisaLinker"), ownView }
-             << Registration { QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer"), ownView };
+    const auto group = [&](const QString &root, const QList<QSettings::Format> &views) {
+        for (const QSettings::Format view : views)
+            list << Registration { root + QStringLiteral("\\Software\\BrisaLinker"), view };
+        for (const QSettings::Format view : views)
+            list << Registration { root + uninstall + QStringLiteral("Brisa-Linker_is1"), view };
+        list << Registration { root + uninstall + QStringLiteral("BrisaLinker"), ownView };
     };
-    group(QStringLiteral("HKEY_LOCAL_MACHINE"));
+    group(QStringLiteral("HKEY_LOCAL_MACHINE"), legacyViews);
+    list << Registration { QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer"), ownView };
     const QString sid = DesktopUser::sid();
     if (!sid.isEmpty())
-        group(QStringLiteral("HKEY_USERS\\") + sid);
+        group(QStringLiteral("HKEY_USERS\\") + sid, { ownView });
     return list;
 }
 

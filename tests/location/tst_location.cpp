@@ -21,15 +21,36 @@ namespace {
 struct Registry
 {
     QList<LegacyUpdateLocation::Registration> entries;
+    QList<LegacyUpdateLocation::Registration> discovered; // what discovery is given
     QTemporaryDir hostFiles;
 
     Registry()
     {
 #ifdef Q_OS_WIN
-        entries = LegacyUpdateLocation::registrations();
+        const QString sid = DesktopUser::sid();
+        const QString user = QStringLiteral("HKEY_USERS\\") + sid;
+        const QString uninstall = QStringLiteral("\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\");
+        const QString machine = QStringLiteral("HKEY_LOCAL_MACHINE");
+        const QString installer = QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer");
+        const auto at = [](const QString &path, QSettings::Format format) { return LegacyUpdateLocation::Registration { path, format }; };
+        // Written as each program writes them: the earlier 32-bit installer in the 32-bit view.
+        entries = { at(machine + QStringLiteral("\\Software\\BrisaLinker"), QSettings::Registry32Format),
+                    at(machine + uninstall + QStringLiteral("Brisa-Linker_is1"), QSettings::Registry32Format),
+                    at(machine + uninstall + QStringLiteral("BrisaLinker"), QSettings::Registry64Format),
+                    at(installer, QSettings::Registry64Format),
+                    at(user + QStringLiteral("\\Software\\BrisaLinker"), QSettings::Registry64Format),
+                    at(user + uninstall + QStringLiteral("Brisa-Linker_is1"), QSettings::Registry64Format),
+                    at(user + uninstall + QStringLiteral("BrisaLinker"), QSettings::Registry64Format),
+                    at(installer, QSettings::Registry64Format),
+                    // The earlier installer in 64-bit install mode.
+                    at(machine + uninstall + QStringLiteral("Brisa-Linker_is1"), QSettings::Registry64Format) };
+        if (sid.isEmpty())
+            entries.clear();
+        discovered = LegacyUpdateLocation::registrations();
 #else
-        for (int i = 0; i < 8; ++i)
+        for (int i = 0; i < 9; ++i)
             entries << LegacyUpdateLocation::Registration { hostFiles.filePath(QStringLiteral("key%1.ini").arg(i)), QSettings::IniFormat };
+        discovered = entries;
 #endif
         clear();
     }
@@ -348,9 +369,10 @@ void LocationTest::linkedInstallation()
         QCOMPARE(LegacyUpdateLocation::fromCaller(linked + QStringLiteral("/updater.exe")), QString());
     } else if (rule == QLatin1String("discover")) {
         Registry registry;
+        QVERIFY2(registry.entries.size() == 9, "the desktop user's SID is unknown");
         registry.set(0, QStringLiteral("InstallDir"), QDir::toNativeSeparators(linkedBase));
         QVERIFY(FakeInstallation::makeInstallation(realBase, oldLayoutExe()));
-        const LegacyUpdateLocation::Result result = LegacyUpdateLocation::discover(QString(), QString(), registry.entries);
+        const LegacyUpdateLocation::Result result = LegacyUpdateLocation::discover(QString(), QString(), registry.discovered);
         QCOMPARE(result.source, QString());
         QVERIFY(result.message.startsWith(QLatin1String("Some recorded installations could not be verified.")));
     }
@@ -525,6 +547,7 @@ void LocationTest::rememberedLocation()
     QFETCH(bool, installation);
     QFETCH(bool, remembered);
     Registry registry;
+    QVERIFY2(registry.entries.size() == 9, "the desktop user's SID is unknown");
     const LegacyUpdateLocation::Registration key = registry.entries.at(3);
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
@@ -641,8 +664,9 @@ void LocationTest::callers()
 }
 
 // Slots 0-3 are the machine's keys ("Software\BrisaLinker", the earlier installer's uninstall
-// entry, ours, the installer key), 4-7 the desktop user's. %OLD and %OTHER hold old-layout
-// programs, %EMPTY holds nothing, %NEW holds our launcher.
+// entry, ours, the installer key), 4-7 the desktop user's, 8 the earlier installer's machine
+// entry in the 64-bit view. %OLD and %OTHER hold old-layout programs, %EMPTY holds nothing, %NEW
+// holds our launcher.
 void LocationTest::discovery_data()
 {
     QTest::addColumn<QStringList>("records");
@@ -662,6 +686,10 @@ void LocationTest::discovery_data()
         << QStringList { "5|UninstallString|\"%OLD\\unins000.exe\" /SILENT" } << "%OLD" << "";
     QTest::newRow("an unquoted uninstall command ends at .exe")
         << QStringList { "1|UninstallString|%OLD\\unins000.exe /SILENT" } << "%OLD" << "";
+    QTest::newRow("an earlier installer that wrote the 64-bit view is found too")
+        << QStringList { "8|InstallLocation|%OLD" } << "%OLD" << "";
+    QTest::newRow("the same installation in both views counts once")
+        << QStringList { "1|InstallLocation|%OLD", "8|InstallLocation|%OLD" } << "%OLD" << "";
     QTest::newRow("two installations ask the user")
         << QStringList { "0|InstallDir|%OLD", "4|InstallDir|%OTHER" } << "" << more + "%OLD\n%OTHER";
     QTest::newRow("a recorded directory without the program cannot be verified")
@@ -689,7 +717,7 @@ void LocationTest::discovery()
     QFETCH(QString, message);
     QTemporaryDir temp;
     Registry registry;
-    QCOMPARE(registry.entries.size(), 8);
+    QVERIFY2(registry.entries.size() == 9, "the desktop user's SID is unknown");
     const QString old = temp.filePath(QStringLiteral("Old"));
     const QString other = temp.filePath(QStringLiteral("Other"));
     const QString empty = temp.filePath(QStringLiteral("Empty"));
@@ -713,7 +741,7 @@ void LocationTest::discovery()
             registry.set(record.section(QLatin1Char('|'), 0, 0).toInt(), record.section(QLatin1Char('|'), 1, 1),
                          fill(record.section(QLatin1Char('|'), 2), true));
     }
-    const LegacyUpdateLocation::Result result = LegacyUpdateLocation::discover(QString(), QString(), registry.entries);
+    const LegacyUpdateLocation::Result result = LegacyUpdateLocation::discover(QString(), QString(), registry.discovered);
     QCOMPARE(QDir::toNativeSeparators(result.source), fill(source, true));
     QCOMPARE(result.target, source.isEmpty() ? QString() : applicationTarget(fill(source, false)));
     QCOMPARE(result.message, fill(message, true));
