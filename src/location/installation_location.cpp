@@ -201,12 +201,14 @@ QString legacySourceLocation(const QString &updaterExecutable)
         return {};
     }
     // The legacy updater lives in (a subdirectory of) the installation it updates: climb through
-    // real directories until one holds a valid product executable.
+    // real directories until one holds a valid product executable. In a directory of our own
+    // name the updater, not the launcher, speaks for the installation the old updater serves.
     QString candidate = parentOf(path);
     for (int depth = 0; depth < 4 && isAbsoluteNonRootDirectory(candidate); ++depth) {
         if (!hasNoDirectoryLinks(candidate) || !QFileInfo(candidate).isDir())
             return {};
-        const int kind = InstallationIdentity::installation(candidate).kind;
+        const QString program = isApplicationDirectory(candidate) ? QStringLiteral("/updater.exe") : QStringLiteral("/brisalinker.exe");
+        const int kind = InstallationIdentity::executable(candidate + program).kind;
         if (kind == InstallationIdentity::ValidExecutable || kind == InstallationIdentity::Launcher)
             return nativePath(candidate);
         candidate = parentOf(candidate);

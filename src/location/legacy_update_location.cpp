@@ -129,16 +129,18 @@ bool validSourceTarget(const QString &source, const QString &target)
         return false;
     }
     // A target already being migrated from another source must not be taken over.
-    QFile record(InstallationLocation::normalized(target) + QStringLiteral("/.legacy-migration.json"));
-    if (record.exists()) {
-        if (!record.open(QIODevice::ReadOnly) || record.size() > 33554432)
-            return false;
-        const QJsonObject object = QJsonDocument::fromJson(record.readAll()).object();
-        const QString recorded = object.value(QStringLiteral("sourceRoot")).toString();
-        if (!recorded.isEmpty() && !InstallationLocation::same(recorded, source))
-            return false;
-    }
-    return true;
+    // A record that cannot be read blocks the directory, as it blocks every other step.
+    const QString path = InstallationLocation::normalized(target) + QStringLiteral("/.legacy-migration.json");
+    if (!FileLinks::exists(path))
+        return true;
+    QFile record(path);
+    if (FileLinks::isLink(path) || !QFileInfo(path).isFile() || record.size() > 33554432 || !record.open(QIODevice::ReadOnly))
+        return false;
+    QJsonParseError parse;
+    const QJsonDocument document = QJsonDocument::fromJson(record.readAll(), &parse);
+    if (parse.error != QJsonParseError::NoError || !document.isObject())
+        return false;
+    return InstallationLocation::same(document.object().value(QStringLiteral("sourceRoot")).toString(), source);
 }
 
 Result discover(const QString &callerExecutable, const QString &chosenDirectory, const QList<Registration> &registrations)

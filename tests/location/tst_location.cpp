@@ -606,6 +606,10 @@ void LocationTest::sourceTarget_data()
     QTest::newRow("the Windows directory as target") << "%T/Old" << "%WINDIR" << QByteArray() << false;
     QTest::newRow("a migration of the same source goes on") << "%T/Old" << "%T/Old/BrisaLinker"
                                                             << QByteArray("{\"sourceRoot\":\"%T\\\\OLD\"}") << true;
+    QTest::newRow("a migration record without its source blocks the target") << "%T/Old" << "%T/Old/BrisaLinker"
+                                                                            << QByteArray("{\"phase\":\"preparing\"}") << false;
+    QTest::newRow("an unreadable migration record blocks the target") << "%T/Old" << "%T/Old/BrisaLinker"
+                                                                      << QByteArray("{\"sourceRoot\":") << false;
     QTest::newRow("a migration of another source is not taken over") << "%T/Old" << "%T/Old/BrisaLinker"
                                                                      << QByteArray("{\"sourceRoot\":\"%T/Other\"}") << false;
 }
@@ -640,6 +644,9 @@ void LocationTest::callers_data()
     QTest::newRow("the legacy updater in a subdirectory") << "%T/Old/tools/BL-WAILS-UPDATER.EXE" << "%T/Old" << "";
     QTest::newRow("a legacy updater far from any program") << "%T/Empty/bl-wails-updater.exe" << "" << "";
     QTest::newRow("another program name") << "%T/Old/other-updater.exe" << "" << "";
+    QTest::newRow("in our own directory the updater speaks for it") << "%T/BrisaLinker/bl-wails-updater.exe" << "%T/BrisaLinker" << "";
+    QTest::newRow("in our own directory a launcher without updater does not")
+        << "%T/Bare/BrisaLinker/bl-wails-updater.exe" << "" << "";
     QTest::newRow("the installation's own updater") << "%T/Old/updater.exe" << "" << "%T/Old";
     QTest::newRow("an updater beside no program") << "%T/Empty/updater.exe" << "" << "";
     QTest::newRow("an updater that does not exist") << "%T/Old/tools/updater.exe" << "" << "";
@@ -654,7 +661,10 @@ void LocationTest::callers()
     QTemporaryDir temp;
     QVERIFY(FakeInstallation::makeInstallation(temp.filePath(QStringLiteral("Old")), oldLayoutExe()));
     const QByteArray executable = FakeInstallation::minimalExecutable();
-    for (const char *name : { "Old/bl-wails-updater.exe", "Old/tools/BL-WAILS-UPDATER.EXE", "Old/other-updater.exe",
+    QVERIFY(FakeInstallation::makeInstallation(temp.filePath(QStringLiteral("BrisaLinker")), oldLayoutExe()));
+    QVERIFY(FakeInstallation::makeInstallation(temp.filePath(QStringLiteral("Bare/BrisaLinker")), oldLayoutExe()));
+    QVERIFY(QFile::remove(temp.filePath(QStringLiteral("Bare/BrisaLinker/updater.exe"))));
+    for (const char *name : { "BrisaLinker/bl-wails-updater.exe", "Bare/BrisaLinker/bl-wails-updater.exe", "Old/bl-wails-updater.exe", "Old/tools/BL-WAILS-UPDATER.EXE", "Old/other-updater.exe",
                               "Empty/bl-wails-updater.exe", "Empty/updater.exe" }) {
         QVERIFY(writeFile(temp.filePath(QString::fromLatin1(name)), executable));
     }

@@ -46,10 +46,9 @@ bool writeFile(const QString &path, const QByteArray &content)
 
 bool makeInstallation(const QString &root, const QString &launcherExe, const QByteArray &magic)
 {
-    const QByteArray program = minimalExecutable();
     return copyExecutable(launcherExe, root + QStringLiteral("/brisalinker.exe"))
-        && writeFile(root + QStringLiteral("/updater.exe"), program)
-        && writeFile(root + QStringLiteral("/uninstall.exe"), program)
+        && copyExecutable(launcherExe, root + QStringLiteral("/updater.exe"))
+        && copyExecutable(launcherExe, root + QStringLiteral("/uninstall.exe"))
         && writeFile(root + QStringLiteral("/uninstall.dat"), magic + "\r\nF\tbrisalinker.exe\r\n");
 }
 

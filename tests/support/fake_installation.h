@@ -17,8 +17,9 @@ QByteArray minimalExecutable();
 bool writeFile(const QString &path, const QByteArray &content);
 
 // The four markers "brisalinker.exe", "updater.exe", "uninstall.exe" and "uninstall.dat" with
-// `magic` as the first line of "uninstall.dat". "brisalinker.exe" is a copy of `launcherExe`
-// when one is given, otherwise minimalExecutable().
+// `magic` as the first line of "uninstall.dat". The three programs are copies of `launcherExe`
+// when one is given (so that Windows can read their version information), otherwise
+// minimalExecutable().
 bool makeInstallation(const QString &root, const QString &launcherExe = QString(),
                       const QByteArray &magic = rightMagic);
 
