@@ -51,7 +51,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     const int files = argc > 1 ? QByteArray(argv[1]).toInt() : 10000;
-    QTemporaryDir base(QDir::currentPath() + QStringLiteral("/bench-commit-XXXXXX"));
+    QTemporaryDir base(QDir::tempPath() + QStringLiteral("/bench-commit-XXXXXX"));
     const QString root = base.path() + QStringLiteral("/BrisaLinker");
     const QString stage = base.path() + QStringLiteral("/BrisaLinker.installing-1-1");
     for (int i = 0; i < files; ++i) {

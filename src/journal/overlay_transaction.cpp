@@ -430,7 +430,7 @@ bool rollback(State *state, QString *error)
     bool complete = true;
     for (qsizetype i = files.size() - 1; i >= 0; --i) {
         if (!rollbackEntry(files.at(i).toObject(), root, stage, backup)) {
-            InstallerLogger::write(QStringLiteral("Recovery entry failed: %1").arg(files.at(i).toObject().value(QStringLiteral("path")).toString()));
+            InstallerLogger::write(QStringLiteral("Recovery entry failed: path=%1").arg(files.at(i).toObject().value(QStringLiteral("path")).toString()));
             complete = false;
         }
     }
