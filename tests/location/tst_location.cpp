@@ -467,7 +467,9 @@ void LocationTest::identity_data()
     QTest::newRow("an old-layout program") << QStringLiteral(BRISA_OLD_LAYOUT_EXE) << int(InstallationIdentity::ValidExecutable) << "";
     QTest::newRow("strings without a translation table are not read") << QStringLiteral(BRISA_NO_TRANSLATION_EXE) << int(InstallationIdentity::ValidExecutable) << "";
     QTest::newRow("a program without version information") << QStringLiteral(BRISA_PLAIN_EXE) << invalid << unreadable;
-    QTest::newRow("version information over 4 MiB") << QStringLiteral(BRISA_BIG_VERSION_EXE) << invalid << "The application version resource is too large.";
+    QTest::newRow("version information far over 4 MiB") << QStringLiteral(BRISA_BIG_VERSION_EXE) << invalid << "The application version resource is too large.";
+    QTest::newRow("version information just over 4 MiB") << QStringLiteral(BRISA_OVER_LIMIT_VERSION_EXE) << invalid << "The application version resource is too large.";
+    QTest::newRow("version information of exactly 4 MiB is read") << QStringLiteral(BRISA_LIMIT_VERSION_EXE) << int(InstallationIdentity::ValidExecutable) << "";
     QTest::newRow("a launcher cut after its headers") << "@truncated-launcher" << invalid << unreadable;
 #else
     QTest::newRow("valid headers without readable resources") << "@valid" << int(InstallationIdentity::ValidExecutable) << "";
