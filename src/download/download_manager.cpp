@@ -1,0 +1,614 @@
+#include "download/download_manager.h"
+#include "download/download_cache.h"
+
+#include "app/app_paths.h"
+#include "app/installer_logger.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QTimer>
+#include <QUrlQuery>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int prefetchAttempts = 5;
+constexpr int writeAttempts = 5;
+
+qint64 fileSize(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() ? info.size() : 0;
+}
+
+} // namespace
+
+DownloadManager::DownloadManager(QObject *parent)
+    : QObject(parent)
+    , m_network(new QNetworkAccessManager(this))
+    , m_activityTimer(new QTimer(this))
+    , m_retryTimer(new QTimer(this))
+    , m_ssl(QSslConfiguration::defaultConfiguration())
+{
+    m_activityTimer->setInterval(m_timing.activityIntervalMs);
+    m_retryTimer->setSingleShot(true);
+    connect(m_activityTimer, &QTimer::timeout, this, &DownloadManager::checkNetworkActivity);
+    connect(m_retryTimer, &QTimer::timeout, this, &DownloadManager::retryTimerFired);
+}
+
+DownloadManager::~DownloadManager()
+{
+    cancel();
+}
+
+void DownloadManager::setTiming(const Timing &timing)
+{
+    m_timing = timing;
+    m_activityTimer->setInterval(timing.activityIntervalMs);
+}
+
+void DownloadManager::setSslConfiguration(const QSslConfiguration &configuration)
+{
+    m_ssl = configuration;
+}
+
+void DownloadManager::start(const QUrl &manifestUrl, const QString &cacheRoot)
+{
+    cancel();
+    m_manifest = VersionManifest();
+    m_resetConnections = m_disableHttp2 = m_manifestPhase = m_chunkPhase = false;
+    m_cancelled = m_failed = m_prefetchOnly = m_cacheRetried = false;
+    m_manifestBytesSeen = m_lastSpeedSample = m_largestAggregate = 0;
+    m_manifestAttempts = 0;
+    m_chunks.clear();
+    m_pending.clear();
+    resetAssembly();
+    m_manifestUrl = manifestUrl;
+    m_cacheRoot = cacheRoot.isEmpty() ? AppPaths::installerTempRoot() : cacheRoot;
+    m_cacheDir.clear();
+    m_runClock.start();
+    InstallerLogger::write(QStringLiteral("Starting manifest request: %1").arg(manifestUrl.toString()));
+    m_progressClock.start();
+    m_speedClock.invalidate();
+    m_manifestPhase = true;
+    m_activityTimer->start();
+    fetchManifest();
+}
+
+void DownloadManager::prefetchManifest(const QUrl &manifestUrl)
+{
+    cancel();
+    m_cancelled = m_failed = false;
+    m_prefetchOnly = true;
+    m_manifestAttempts = 0;
+    m_manifestUrl = manifestUrl;
+    m_runClock.start();
+    m_progressClock.start();
+    InstallerLogger::write(QStringLiteral("Prefetching manifest metadata."));
+    fetchManifest();
+}
+
+void DownloadManager::cancel()
+{
+    ++m_generation;
+    m_cancelled = true;
+    m_activityTimer->stop();
+    m_retryTimer->stop();
+    m_resetConnections = m_disableHttp2 = m_manifestPhase = m_chunkPhase = false;
+    const auto active = m_active;
+    m_active.clear();
+    for (auto it = active.begin(); it != active.end(); ++it) {
+        it.key()->disconnect(this);
+        it.key()->abort();
+        it.key()->deleteLater();
+        delete it.value();
+    }
+    resetAssembly();
+}
+
+void DownloadManager::fetchManifest()
+{
+    if (m_cancelled)
+        return;
+    QUrl url = m_manifestUrl;
+    QUrlQuery query(url);
+    query.removeAllQueryItems(QStringLiteral("t"));
+    query.addQueryItem(QStringLiteral("t"), QString::number(QDateTime::currentMSecsSinceEpoch()));
+    url.setQuery(query);
+
+    QNetworkRequest request(url);
+    request.setSslConfiguration(m_ssl);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setRawHeader("Cache-Control", "no-cache, no-store, max-age=0");
+    request.setRawHeader("Pragma", "no-cache");
+    request.setRawHeader("Accept", "application/json");
+    request.setTransferTimeout(m_timing.transferTimeoutMs);
+    if (m_disableHttp2)
+        request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    if (m_resetConnections) {
+        m_network->clearConnectionCache();
+        m_resetConnections = false;
+    }
+    ++m_manifestAttempts;
+    m_manifestClock.start();
+    QNetworkReply *reply = m_network->get(request);
+    const quint64 generation = m_generation;
+    connect(reply, &QNetworkReply::downloadProgress, this, [this, generation](qint64 received, qint64) {
+        if (m_prefetchOnly || generation != m_generation || received <= m_manifestBytesSeen)
+            return;
+        m_manifestBytesSeen = received;
+        m_progressClock.start();
+    });
+    connect(reply, &QNetworkReply::finished, this, [this, reply, generation] { manifestFinished(reply, generation); });
+}
+
+void DownloadManager::manifestFinished(QNetworkReply *reply, quint64 generation)
+{
+    reply->deleteLater();
+    if (generation != m_generation)
+        return;
+    const QByteArray body = reply->readAll();
+    if (m_cancelled)
+        return;
+    if (reply->error() != QNetworkReply::NoError) {
+        const QString errorText = reply->errorString();
+        if (m_prefetchOnly) {
+            if (m_manifestAttempts < prefetchAttempts)
+                fetchManifest();
+            else
+                InstallerLogger::write(QStringLiteral("Manifest metadata prefetch failed: %1").arg(errorText));
+            return;
+        }
+        m_resetConnections = m_disableHttp2 = true;
+        if (m_progressClock.elapsed() >= m_timing.stallMs) {
+            failCurrent(tr("Unable to download the version manifest: %1").arg(errorText));
+            return;
+        }
+        InstallerLogger::write(QStringLiteral("Retrying manifest request after network error: %1").arg(errorText));
+        const qint64 delay = std::max<qint64>(0, m_timing.retryDelayMs - m_manifestClock.elapsed());
+        QTimer::singleShot(delay, this, [this, generation] {
+            if (generation != m_generation || m_cancelled || m_failed)
+                return;
+            if (stalled())
+                failCurrent(tr("No download progress was made for 20 seconds."));
+            else
+                fetchManifest();
+        });
+        return;
+    }
+    VersionManifest parsed;
+    QString parseError;
+    if (!VersionManifest::fromJson(body, &parsed, &parseError)) {
+        if (m_prefetchOnly)
+            InstallerLogger::write(QStringLiteral("Manifest metadata is invalid: %1").arg(parseError));
+        else
+            failCurrent(tr("The version manifest is invalid: %1").arg(parseError));
+        return;
+    }
+    m_manifest = parsed;
+    InstallerLogger::write(QStringLiteral("Manifest loaded: version=%1 release=%2").arg(parsed.version, parsed.releaseId));
+    emit manifestVersionKnown(parsed.version);
+    if (m_cancelled)
+        return;
+    if (parsed.package.uncompressedSize > 0)
+        emit requiredSpaceKnown(parsed.package.uncompressedSize);
+    if (m_cancelled)
+        return;
+    if (m_prefetchOnly) {
+        InstallerLogger::write(QStringLiteral("Manifest metadata loaded; required bytes=%1").arg(parsed.package.uncompressedSize));
+        return;
+    }
+    prepareChunks();
+}
+
+void DownloadManager::prepareChunks()
+{
+    m_activityTimer->stop();
+    m_manifestPhase = false;
+    const DownloadPackage &package = m_manifest.package;
+    m_cacheDir = DownloadCache::directoryFor(m_cacheRoot, m_manifest);
+    if (!QDir().mkpath(m_cacheDir)) {
+        failCurrent(tr("Unable to create the download directory."));
+        return;
+    }
+    if (DownloadCache::usableName(m_manifest.releaseId)) {
+        const QString legacy = QDir(m_cacheRoot).filePath(QStringLiteral("releaseId-") + m_manifest.releaseId);
+        DownloadCache::migrateLegacy(legacy, m_cacheDir, package.sha256);
+        QDir().rmdir(legacy);
+    }
+    DownloadCache::claimForPackage(m_cacheDir, package.sha256);
+
+    const QString zipPath = QDir(m_cacheDir).filePath(package.fileName);
+    if (QFileInfo::exists(zipPath)) {
+        if (QFileInfo(zipPath).size() == package.size && DownloadCache::verifyFile(zipPath, package.sha256)) {
+            if (m_cancelled)
+                return;
+            InstallerLogger::write(QStringLiteral("Using verified cached ZIP: %1").arg(zipPath));
+            emit progressChanged(package.size, package.size);
+            emit completed(zipPath, m_manifest.fullPackage.url, m_manifest.version);
+            return;
+        }
+        if (m_cancelled)
+            return;
+        InstallerLogger::write(QStringLiteral("Discarding invalid cached ZIP: %1").arg(zipPath));
+        QFile::remove(zipPath);
+    } else {
+        InstallerLogger::write(QStringLiteral("No cached ZIP found for version %1.").arg(m_manifest.version));
+    }
+
+    const int count = static_cast<int>((package.size + chunkSize - 1) / chunkSize);
+    InstallerLogger::write(QStringLiteral("Preparing %1 download chunks in %2").arg(count).arg(m_cacheDir));
+    m_chunks.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        ChunkState chunk;
+        chunk.start = i * chunkSize;
+        chunk.end = std::min((i + 1) * chunkSize, package.size) - 1;
+        chunk.path = QDir(m_cacheDir).filePath(DownloadCache::chunkFileName(i));
+        if (fileSize(chunk.path) > chunk.length())
+            QFile::remove(chunk.path);
+        chunk.downloaded = fileSize(chunk.path);
+        chunk.complete = chunk.downloaded == chunk.length();
+        chunk.fromCache = chunk.downloaded > 0;
+        if (!chunk.complete)
+            m_pending.enqueue(i);
+        m_chunks.append(chunk);
+    }
+    m_largestAggregate = aggregate();
+    m_chunkPhase = true;
+    m_speedClock.start();
+    m_lastSpeedSample = m_largestAggregate;
+    m_progressClock.start();
+    m_activityTimer->start();
+    emit progressChanged(m_largestAggregate, package.size);
+    if (m_cancelled)
+        return;
+    scheduleAssembly();
+    startPendingChunks();
+}
+
+void DownloadManager::startPendingChunks()
+{
+    if (m_pending.isEmpty()) {
+        m_retryTimer->stop();
+        return;
+    }
+    if (m_resetConnections) {
+        if (!m_active.isEmpty())
+            return;
+        m_network->clearConnectionCache();
+        m_resetConnections = false;
+        InstallerLogger::write(QStringLiteral("Cleared network connections before resuming failed chunks."));
+    }
+    if (m_active.isEmpty())
+        InstallerLogger::write(QStringLiteral("Starting or resuming package download."));
+    while (!m_cancelled && !m_failed && !m_pending.isEmpty() && m_active.size() < maxParallelRequests) {
+        const qint64 wait = m_chunks.at(m_pending.head()).notBefore - m_runClock.elapsed();
+        if (wait > 0) {
+            m_retryTimer->start(static_cast<int>(wait));
+            return;
+        }
+        startChunk(m_pending.dequeue());
+    }
+    if (m_pending.isEmpty())
+        m_retryTimer->stop();
+}
+
+QNetworkRequest DownloadManager::chunkRequest(const ChunkState &chunk) const
+{
+    QNetworkRequest request(m_manifest.package.url);
+    request.setSslConfiguration(m_ssl);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setTransferTimeout(m_timing.transferTimeoutMs);
+    if (m_disableHttp2)
+        request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    request.setRawHeader("Range", "bytes=" + QByteArray::number(chunk.start + chunk.downloaded) + '-' + QByteArray::number(chunk.end));
+    return request;
+}
+
+void DownloadManager::startChunk(int index)
+{
+    ChunkState &chunk = m_chunks[index];
+    chunk.notBefore = 0;
+    chunk.downloaded = fileSize(chunk.path);
+    auto transfer = new ActiveTransfer;
+    transfer->index = index;
+    transfer->file = std::make_unique<QFile>(chunk.path);
+    if (!transfer->file->open(QIODevice::WriteOnly | QIODevice::Append)) {
+        delete transfer;
+        retryOrFail(index, tr("Unable to write a download chunk."), false, 0);
+        return;
+    }
+    QNetworkReply *reply = m_network->get(chunkRequest(chunk));
+    transfer->clock.start();
+    m_active.insert(reply, transfer);
+    InstallerLogger::write(QStringLiteral("Downloading chunk %1 from byte %2 of %3.").arg(index).arg(chunk.downloaded).arg(chunk.length()));
+    connect(reply, &QNetworkReply::readyRead, this, [this, reply] { chunkReadyRead(reply); });
+    connect(reply, &QNetworkReply::downloadProgress, this, [this] {
+        if (!m_cancelled && !m_failed)
+            emit progressChanged(aggregate(), m_manifest.package.size);
+    });
+    connect(reply, &QNetworkReply::finished, this, [this, reply] { finishChunk(reply); });
+}
+
+void DownloadManager::chunkReadyRead(QNetworkReply *reply)
+{
+    ActiveTransfer *transfer = m_active.value(reply);
+    if (!transfer)
+        return;
+    if (!transfer->statusChecked) {
+        transfer->statusChecked = true;
+        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        // A success other than 206 means the server ignores ranges; an error status is a
+        // transient failure that the finished reply reports and the retry rules handle.
+        transfer->rangeRejected = status != 206 && status < 300;
+        transfer->discardBody = status >= 300;
+        // Bytes of another range would be written in the wrong place; treat them as a broken
+        // transfer, which is retried.
+        const ChunkState &chunk = m_chunks.at(transfer->index);
+        const QByteArray expected = "bytes " + QByteArray::number(chunk.start + chunk.downloaded) + '-' + QByteArray::number(chunk.end) + '/';
+        if (status == 206 && !reply->rawHeader("Content-Range").startsWith(expected)) {
+            reply->abort();
+            return;
+        }
+    }
+    if (transfer->rangeRejected || transfer->discardBody) {
+        reply->skip(reply->bytesAvailable());
+        return;
+    }
+    const QByteArray data = reply->readAll();
+    if (transfer->file->write(data) != data.size()) {
+        reply->abort();
+        return;
+    }
+    noteChunkProgress(transfer->index, transfer->file->size());
+    emit progressChanged(aggregate(), m_manifest.package.size);
+}
+
+void DownloadManager::finishChunk(QNetworkReply *reply)
+{
+    reply->deleteLater();
+    ActiveTransfer *transfer = m_active.take(reply);
+    if (!transfer)
+        return;
+    const std::unique_ptr<ActiveTransfer> owned(transfer);
+    if (!transfer->statusChecked) {
+        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        transfer->rangeRejected = reply->error() == QNetworkReply::NoError && status != 206;
+        transfer->discardBody = status != 206;
+    }
+    const int index = transfer->index;
+    if (!transfer->rangeRejected && !transfer->discardBody) {
+        const QByteArray rest = reply->readAll();
+        if (!rest.isEmpty() && transfer->file->write(rest) == rest.size())
+            noteChunkProgress(index, transfer->file->size());
+    }
+    transfer->file->close();
+    const qint64 elapsed = transfer->clock.elapsed();
+    const QNetworkReply::NetworkError error = reply->error();
+    const QString errorText = reply->errorString();
+    if (m_cancelled)
+        return;
+    if (transfer->rangeRejected) {
+        failCurrent(tr("The download server does not support ranged requests."));
+        return;
+    }
+    ChunkState &chunk = m_chunks[index];
+    chunk.downloaded = fileSize(chunk.path);
+    if (error != QNetworkReply::NoError) {
+        retryOrFail(index, tr("A download chunk failed: %1").arg(errorText), true, elapsed);
+        return;
+    }
+    if (chunk.downloaded != chunk.length()) {
+        retryOrFail(index, tr("A download chunk has an unexpected size."), true, elapsed);
+        return;
+    }
+    chunk.complete = true;
+    emit progressChanged(aggregate(), m_manifest.package.size);
+    if (m_cancelled)
+        return;
+    scheduleAssembly();
+    startPendingChunks();
+    finishIfDone();
+}
+
+void DownloadManager::retryOrFail(int index, const QString &message, bool networkError, qint64 elapsedMs)
+{
+    ChunkState &chunk = m_chunks[index];
+    ++chunk.attempts;
+    chunk.downloaded = fileSize(chunk.path);
+    if (chunk.downloaded > chunk.length()) {
+        QFile::remove(chunk.path);
+        chunk.downloaded = 0;
+    }
+    if (networkError) {
+        m_resetConnections = m_disableHttp2 = true;
+        if (stalled()) {
+            failCurrent(message);
+            return;
+        }
+        InstallerLogger::write(QStringLiteral("Retrying chunk %1 after network error (attempt %2): %3").arg(index).arg(chunk.attempts).arg(message));
+        chunk.notBefore = m_runClock.elapsed() + std::max<qint64>(0, m_timing.retryDelayMs - elapsedMs);
+        m_pending.prepend(index);
+    } else {
+        if (chunk.attempts >= writeAttempts) {
+            failCurrent(message);
+            return;
+        }
+        InstallerLogger::write(QStringLiteral("Retrying chunk %1 (attempt %2): %3").arg(index).arg(chunk.attempts).arg(message));
+        m_pending.enqueue(index);
+    }
+    startPendingChunks();
+}
+
+void DownloadManager::noteChunkProgress(int index, qint64 bytes)
+{
+    m_chunks[index].downloaded = bytes;
+    const qint64 total = aggregate();
+    if (total > m_largestAggregate) {
+        m_largestAggregate = total;
+        m_progressClock.start();
+    }
+}
+
+qint64 DownloadManager::aggregate() const
+{
+    qint64 total = 0;
+    for (const ChunkState &chunk : m_chunks)
+        total += std::min(chunk.downloaded, chunk.length());
+    return total;
+}
+
+bool DownloadManager::stalled() const
+{
+    return m_progressClock.isValid() && m_progressClock.elapsed() >= m_timing.stallMs;
+}
+
+void DownloadManager::retryTimerFired()
+{
+    if (m_cancelled || m_failed || !m_chunkPhase)
+        return;
+    if (stalled())
+        failCurrent(tr("No download progress was made for 20 seconds."));
+    else
+        startPendingChunks();
+}
+
+void DownloadManager::checkNetworkActivity()
+{
+    if (m_cancelled || m_failed || m_prefetchOnly)
+        return;
+    if (m_chunkPhase && m_speedClock.isValid() && m_speedClock.elapsed() >= m_timing.speedWindowMs) {
+        const qint64 now = aggregate();
+        const qint64 speed = std::max<qint64>(0, (now - m_lastSpeedSample) * 1000 / std::max<qint64>(m_speedClock.elapsed(), 1));
+        emit transferSpeedChanged(speed);
+        m_lastSpeedSample = now;
+        m_speedClock.start();
+    }
+    if (!m_manifestPhase && !m_chunkPhase)
+        return;
+    if (stalled())
+        failCurrent(tr("No download progress was made for 20 seconds."));
+}
+
+void DownloadManager::failCurrent(const QString &message)
+{
+    if (m_failed || m_cancelled)
+        return;
+    m_failed = true;
+    InstallerLogger::write(QStringLiteral("Download failed: %1").arg(message));
+    cancel();
+    emit failed(message, m_manifest.fullPackage.url);
+}
+
+void DownloadManager::resetAssembly()
+{
+    m_assembly.reset();
+    m_assembledChunks = 0;
+    m_assemblyScheduled = false;
+}
+
+void DownloadManager::scheduleAssembly()
+{
+    if (m_assemblyScheduled)
+        return;
+    m_assemblyScheduled = true;
+    const quint64 generation = m_generation;
+    // One chunk per turn of the event loop keeps the window and the transfers responsive.
+    QTimer::singleShot(0, this, [this, generation] {
+        if (generation != m_generation)
+            return;
+        m_assemblyScheduled = false;
+        assembleNextChunk();
+    });
+}
+
+void DownloadManager::assembleNextChunk()
+{
+    if (m_cancelled || m_failed || !m_chunkPhase)
+        return;
+    QString error;
+    if (!m_assembly) {
+        m_assembly = std::make_unique<PackageAssembly>(QDir(m_cacheDir).filePath(m_manifest.package.fileName));
+        if (!m_assembly->begin(&error)) {
+            failCurrent(error);
+            return;
+        }
+    }
+    if (m_assembledChunks < m_chunks.size() && m_chunks.at(m_assembledChunks).complete) {
+        const ChunkState &chunk = m_chunks.at(m_assembledChunks);
+        if (!m_assembly->append(chunk.path, chunk.length(), &error)) {
+            failCurrent(error);
+            return;
+        }
+        ++m_assembledChunks;
+        // Assembling cached chunks is progress too; the stall rule must not end it.
+        m_progressClock.start();
+        if (m_assembledChunks < m_chunks.size() && m_chunks.at(m_assembledChunks).complete)
+            scheduleAssembly();
+    }
+    finishIfDone();
+}
+
+void DownloadManager::finishIfDone()
+{
+    if (!m_chunkPhase || !m_active.isEmpty() || !m_pending.isEmpty() || m_assembledChunks < m_chunks.size())
+        return;
+    m_chunkPhase = false;
+    m_activityTimer->stop();
+    m_retryTimer->stop();
+    QString error;
+    const bool verified = m_assembly->finish(m_manifest.package.sha256, &error);
+    const QString zipPath = m_assembly->targetPath();
+    m_assembly.reset();
+    if (verified) {
+        InstallerLogger::write(QStringLiteral("ZIP download complete: %1").arg(zipPath));
+        emit completed(zipPath, m_manifest.fullPackage.url, m_manifest.version);
+        return;
+    }
+    QFile::remove(zipPath + QStringLiteral(".assembling"));
+    if (error == tr("The combined package failed verification.")) {
+        if (discardCachedChunks())
+            return;
+        // Keeping chunks that add up to the wrong package would fail every later attempt the
+        // same way; the next attempt downloads them afresh.
+        for (const ChunkState &chunk : std::as_const(m_chunks))
+            QFile::remove(chunk.path);
+    }
+    failCurrent(error);
+}
+
+bool DownloadManager::discardCachedChunks()
+{
+    if (m_cacheRetried)
+        return false;
+    bool any = false;
+    for (int i = 0; i < m_chunks.size(); ++i) {
+        ChunkState &chunk = m_chunks[i];
+        if (!chunk.fromCache)
+            continue;
+        any = true;
+        QFile::remove(chunk.path);
+        chunk.downloaded = 0;
+        chunk.complete = chunk.fromCache = false;
+        chunk.attempts = 0;
+        m_pending.enqueue(i);
+    }
+    if (!any)
+        return false;
+    m_cacheRetried = true;
+    InstallerLogger::write(QStringLiteral("Cached chunks failed verification; downloading %1 of them again.").arg(m_pending.size()));
+    resetAssembly();
+    m_chunkPhase = true;
+    m_largestAggregate = aggregate();
+    m_progressClock.start();
+    m_activityTimer->start();
+    emit progressChanged(m_largestAggregate, m_manifest.package.size);
+    scheduleAssembly();
+    startPendingChunks();
+    return true;
+}

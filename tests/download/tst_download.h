@@ -1,0 +1,43 @@
+#pragma once
+
+#include "support/test_https_server.h"
+
+#include <QObject>
+#include <QTemporaryDir>
+
+class TestDownload : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase() { m_server.stop(); }
+    void init();
+
+    // tst_download.cpp: the manifest and the network.
+    void manifest_data();
+    void manifest();
+    void invalidManifestFailsTheRun_data();
+    void invalidManifestFailsTheRun();
+    void serverFaults_data();
+    void serverFaults();
+    void stallRule_data();
+    void stallRule();
+    void prefetch_data();
+    void prefetch();
+
+    // tst_download_cache.cpp: the cache, resume and restarts.
+    void cacheDirectory_data();
+    void cacheDirectory();
+    void cachedState_data();
+    void cachedState();
+    void legacyMigration_data();
+    void legacyMigration();
+    void killedAndRestarted_data();
+    void killedAndRestarted();
+
+private:
+    QString cacheRoot() const { return m_cache->path(); }
+
+    TestHttpsServer m_server;
+    std::unique_ptr<QTemporaryDir> m_cache;
+};
