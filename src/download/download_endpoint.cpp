@@ -5,6 +5,11 @@
 #include <QSslCertificate>
 #include <QtGlobal>
 
+#if defined(BRISA_DEV_ENDPOINT) && defined(Q_OS_WIN)
+#include <windows.h>
+#include <wincrypt.h>
+#endif
+
 namespace DownloadEndpoint {
 
 QUrl manifestUrl()
@@ -29,6 +34,16 @@ QSslConfiguration sslConfiguration()
         if (extra.isEmpty())
             InstallerLogger::write(QStringLiteral("Development CA certificate unreadable: %1").arg(caPath));
         configuration.addCaCertificates(extra);
+#ifdef Q_OS_WIN
+        // Schannel ignores CA certificates handed to the TLS configuration and trusts only its
+        // certificate stores; a development build trusts its throwaway CA from there.
+        for (const QSslCertificate &ca : extra) {
+            const QByteArray der = ca.toDer();
+            if (!CertAddEncodedCertificateToSystemStoreW(L"Root", reinterpret_cast<const BYTE *>(der.constData()),
+                                                         DWORD(der.size())))
+                InstallerLogger::write(QStringLiteral("Development CA certificate not trusted: error=%1").arg(GetLastError()));
+        }
+#endif
     }
 #endif
     return configuration;

@@ -19,6 +19,7 @@ namespace {
 
 constexpr int prefetchAttempts = 5;
 constexpr int writeAttempts = 5;
+constexpr qint64 readBufferBytes = 1048576;
 
 qint64 fileSize(const QString &path)
 {
@@ -324,6 +325,8 @@ void DownloadManager::startChunk(int index)
         return;
     }
     QNetworkReply *reply = m_network->get(chunkRequest(chunk));
+    // Bounded so that six fast transfers cannot pile up in memory ahead of the disk.
+    reply->setReadBufferSize(readBufferBytes);
     transfer->clock.start();
     m_active.insert(reply, transfer);
     InstallerLogger::write(QStringLiteral("Downloading chunk %1 from byte %2 of %3.").arg(index).arg(chunk.downloaded).arg(chunk.length()));

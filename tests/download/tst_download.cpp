@@ -12,6 +12,11 @@
 #include <QSslConfiguration>
 #include <QTest>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+#include <wincrypt.h>
+#endif
+
 namespace {
 
 const QString digest = QString(64, QLatin1Char('a'));
@@ -61,6 +66,14 @@ void TestDownload::initTestCase()
 {
     QString error;
     QVERIFY2(m_server.start(&error), qPrintable(error));
+#ifdef Q_OS_WIN
+    // Schannel ignores the CA handed to the TLS configuration; it trusts what the Root store holds.
+    for (const QSslCertificate &ca : m_server.caCertificates()) {
+        const QByteArray der = ca.toDer();
+        QVERIFY(CertAddEncodedCertificateToSystemStoreW(L"Root", reinterpret_cast<const BYTE *>(der.constData()),
+                                                        DWORD(der.size())));
+    }
+#endif
 }
 
 void TestDownload::init()

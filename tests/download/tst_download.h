@@ -35,6 +35,10 @@ private slots:
     void killedAndRestarted_data();
     void killedAndRestarted();
 
+    // tst_download_nginx.cpp: a real web server.
+    void realServer_data();
+    void realServer();
+
 private:
     QString cacheRoot() const { return m_cache->path(); }
 

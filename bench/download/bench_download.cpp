@@ -1,0 +1,52 @@
+// bench_download <manifest url> <cache root> <CA certificate>
+// Downloads the package the manifest names and prints, on one line:
+//   received_s=<start to last byte> verify_s=<last byte to verified package> rss_kib=<peak>
+#include "download/download_manager.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QTextStream>
+
+#include <sys/resource.h>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    const QStringList arguments = app.arguments();
+    if (arguments.size() != 4) {
+        QTextStream(stderr) << "usage: bench_download <manifest url> <cache root> <CA certificate>\n";
+        return 2;
+    }
+    DownloadManager manager;
+    QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
+    ssl.addCaCertificates(QSslCertificate::fromPath(arguments.at(3)));
+    manager.setSslConfiguration(ssl);
+
+    QElapsedTimer clock;
+    qint64 lastByteNs = -1;
+    QObject::connect(&manager, &DownloadManager::progressChanged, [&](qint64 received, qint64 total) {
+        if (lastByteNs < 0 && total > 0 && received == total)
+            lastByteNs = clock.nsecsElapsed();
+    });
+    int status = 1;
+    QObject::connect(&manager, &DownloadManager::completed, [&] {
+        const qint64 doneNs = clock.nsecsElapsed();
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        QTextStream(stdout) << "received_s=" << QString::number(lastByteNs / 1e9, 'f', 3)
+                            << " verify_s=" << QString::number((doneNs - lastByteNs) / 1e9, 'f', 3)
+                            << " rss_kib=" << usage.ru_maxrss << Qt::endl;
+        status = 0;
+        app.quit();
+    });
+    QObject::connect(&manager, &DownloadManager::failed, [&](const QString &message) {
+        QTextStream(stderr) << "download failed: " << message << Qt::endl;
+        app.quit();
+    });
+    clock.start();
+    manager.start(QUrl(arguments.at(1)), arguments.at(2));
+    app.exec();
+    return status;
+}

@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# tools/bench download [--size BYTES]: a random package (default 1 GiB) served by a local nginx
+# over HTTPS with a throwaway CA, fetched by our DownloadManager, by curl and by aria2c in the
+# same run; our verification is timed against sha256sum. The last line is the summary.
+set -euo pipefail
+calc() { awk "BEGIN { print $1 }"; }
+build=${BRISA_HOST_BUILD:?BRISA_HOST_BUILD names the host build tree}
+size=1073741824
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --size) size=${2:?--size needs a byte count}; shift 2 ;;
+        *) echo "unknown option $1" >&2; exit 2 ;;
+    esac
+done
+cmake --build "$build" --target bench_download >/dev/null
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/brisa-bench-download.XXXXXX")
+chmod 755 "$work"
+nginx_pid=
+cleanup() {
+    [ -n "$nginx_pid" ] && kill "$nginx_pid" 2>/dev/null && wait "$nginx_pid" 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+# Throwaway CA and a server certificate for 127.0.0.1.
+openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=Brisa Bench CA" \
+    -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign \
+    -keyout "$work/ca.key" -out "$work/ca.pem" 2>/dev/null
+openssl req -newkey rsa:2048 -nodes -subj /CN=127.0.0.1 -keyout "$work/server.key" -out "$work/server.csr" 2>/dev/null
+printf 'subjectAltName=IP:127.0.0.1\nextendedKeyUsage=serverAuth\n' > "$work/server.ext"
+openssl x509 -req -in "$work/server.csr" -CA "$work/ca.pem" -CAkey "$work/ca.key" -CAcreateserial -days 2 \
+    -extfile "$work/server.ext" -out "$work/server.pem" 2>/dev/null
+
+manifest_path=bl-desktop/prod/brisalinker/installer/win
+mkdir -p "$work/www/$manifest_path" "$work/www/pkg" "$work/logs"
+head -c "$size" /dev/urandom > "$work/www/pkg/package.zip"
+sync
+
+start=$(date +%s.%N)
+digest=$(sha256sum "$work/www/pkg/package.zip" | cut -d' ' -f1)
+sha_s=$(calc "$(date +%s.%N) - $start")
+
+port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')
+cat > "$work/www/$manifest_path/manifest.json" <<JSON
+{"schemaVersion":1,"version":"9.9.9","releaseId":"bench",
+ "package":{"url":"https://127.0.0.1:$port/pkg/package.zip","fileName":"package.zip","size":$size,
+            "uncompressedSize":$size,"sha256":"$digest"},
+ "fullPackage":{"url":"https://127.0.0.1:$port/pkg/package.zip","fileName":"package.zip"}}
+JSON
+cat > "$work/nginx.conf" <<CONF
+daemon off;
+worker_processes 2;
+pid $work/nginx.pid;
+error_log $work/logs/error.log;
+events { worker_connections 256; }
+http {
+    access_log off;
+    sendfile on;
+    client_body_temp_path $work/logs;
+    proxy_temp_path $work/logs;
+    fastcgi_temp_path $work/logs;
+    uwsgi_temp_path $work/logs;
+    scgi_temp_path $work/logs;
+    types { application/json json; application/zip zip; }
+    server {
+        listen 127.0.0.1:$port ssl;
+        ssl_certificate $work/server.pem;
+        ssl_certificate_key $work/server.key;
+        root $work/www;
+    }
+}
+CONF
+nginx -e "$work/logs/error.log" -p "$work" -c "$work/nginx.conf" &
+nginx_pid=$!
+for _ in $(seq 50); do
+    curl -s --cacert "$work/ca.pem" -o /dev/null "https://127.0.0.1:$port/$manifest_path/manifest.json" && break
+    sleep 0.1
+done
+
+seconds() { # runs a command and prints its wall time in seconds
+    local begin end
+    begin=$(date +%s.%N)
+    "$@" >/dev/null 2>&1
+    end=$(date +%s.%N)
+    calc "$end - $begin"
+}
+package_url="https://127.0.0.1:$port/pkg/package.zip"
+curl_s=$(seconds curl -s --fail --cacert "$work/ca.pem" -o "$work/curl.zip" "$package_url")
+rm -f "$work/curl.zip"
+aria_s=$(seconds aria2c -q -x6 -s6 -k8M --ca-certificate="$work/ca.pem" --allow-overwrite=true \
+    --file-allocation=none -d "$work" -o aria.zip "$package_url")
+rm -f "$work/aria.zip"
+
+ours=$("$build/bench/download/bench_download" "https://127.0.0.1:$port/$manifest_path/manifest.json" \
+    "$work/cache" "$work/ca.pem")
+received_s=$(sed -n 's/.*received_s=\([0-9.]*\).*/\1/p' <<<"$ours")
+verify_s=$(sed -n 's/.*verify_s=\([0-9.]*\).*/\1/p' <<<"$ours")
+rss_kib=$(sed -n 's/.*rss_kib=\([0-9]*\).*/\1/p' <<<"$ours")
+
+mib=$(calc "$size / 1048576")
+printf 'cores=%s size=%s bytes\n' "$(nproc)" "$size"
+printf 'curl       %7.3f s  %8.1f MiB/s\n' "$curl_s" "$(calc "$mib / $curl_s")"
+printf 'aria2c -x6 %7.3f s  %8.1f MiB/s\n' "$aria_s" "$(calc "$mib / $aria_s")"
+printf 'ours       %7.3f s  %8.1f MiB/s (to the last byte)\n' "$received_s" "$(calc "$mib / $received_s")"
+printf 'sha256sum  %7.3f s; our verification after the last byte %.3f s\n' "$sha_s" "$verify_s"
+best=$(calc "($curl_s < $aria_s) ? $curl_s : $aria_s")
+download_ratio=$(calc "$best / $received_s")
+verify_ratio=$(calc "$sha_s / (($verify_s > 0.001) ? $verify_s : 0.001)")
+printf 'download ratio=%.2f verify ratio=%.2f rss_mib=%.1f\n' "$download_ratio" "$verify_ratio" "$(calc "$rss_kib / 1024")"
