@@ -44,4 +44,5 @@ private:
 
     TestHttpsServer m_server;
     std::unique_ptr<QTemporaryDir> m_cache;
+    bool m_localTls = true;
 };

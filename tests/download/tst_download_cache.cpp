@@ -1,5 +1,6 @@
 #include "tst_download.h"
 #include "download_fixture.h"
+#include "test_nginx.h"
 
 #include "download/download_cache.h"
 #include "download/download_manager.h"
@@ -8,6 +9,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QSslConfiguration>
@@ -32,9 +34,7 @@ QByteArray chunkBytes(const QByteArray &package, int index)
 
 bool writeFile(const QString &path, const QByteArray &bytes)
 {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+    return writeAll(path, bytes);
 }
 
 QByteArray readFile(const QString &path)
@@ -208,29 +208,54 @@ void TestDownload::legacyMigration()
 void TestDownload::killedAndRestarted_data()
 {
     QTest::addColumn<quint32>("seed");
-    QTest::newRow("killed at random points, it resumes and never fetches a finished chunk again (1)") << 11u;
-    QTest::newRow("killed at random points, it resumes and never fetches a finished chunk again (2)") << 12u;
-    QTest::newRow("killed at random points, it resumes and never fetches a finished chunk again (3)") << 13u;
+    QTest::addColumn<bool>("nginx");
+    QTest::newRow("killed at random points, it resumes and never fetches a finished chunk again (1)") << 11u << false;
+    QTest::newRow("killed at random points, it resumes and never fetches a finished chunk again (2)") << 12u << false;
+    QTest::newRow("killed at random points, it resumes and never fetches a finished chunk again (3)") << 13u << false;
+    QTest::newRow("killed at random points while nginx serves, it resumes the same way") << 14u << true;
 }
 
 void TestDownload::killedAndRestarted()
 {
     QFETCH(quint32, seed);
+    QFETCH(bool, nginx);
+    if (!nginx && !m_localTls)
+        QSKIP("the local TLS server cannot serve here");
     const qint64 size = 6 * chunk + 777;
     const ServedRelease release = serveRelease(m_server, size, "1.2.3", seed);
+    Nginx web;
+    QString manifestUrl = m_server.url("/manifest.json");
+    if (nginx) {
+        QString why;
+        bool skip = false;
+        if (!web.startOrAttach(QFileInfo(m_server.caPath()).path(), &why, &skip)) {
+            if (skip)
+                QSKIP(qPrintable(why));
+            QFAIL(qPrintable(why));
+        }
+        QJsonObject manifest = release.manifest;
+        QJsonObject package = manifest.value("package").toObject();
+        package.insert("url", web.url("/kill/package.zip"));
+        manifest.insert("package", package);
+        QVERIFY(writeAll(web.root() + "/kill/package.zip", release.package));
+        QVERIFY(writeAll(web.root() + "/kill/manifest.json", manifestBytes(manifest)));
+        manifestUrl = web.url("/kill/manifest.json");
+        web.takeRanges(QString());
+    }
     const QDir root(cacheRoot());
     QVERIFY(writeFile(root.filePath("outside/keep.txt"), "keep"));
     const QString cache = root.filePath("cache");
     const QDir dir(cache + "/version-1.2.3");
     QRandomGenerator random(seed);
     bool done = false;
+    int requestsSeen = 0;
     for (int run = 0; run < 12 && !done; ++run) {
         QList<qint64> before;
         for (int i = 0; i < 7; ++i)
             before << QFileInfo(dir.filePath(DownloadCache::chunkFileName(i))).size();
         m_server.resetCounters();
         QProcess child;
-        child.start(QCoreApplication::applicationDirPath() + QStringLiteral("/download_child"), {m_server.url("/manifest.json"), cache, m_server.caPath()});
+        child.start(QCoreApplication::applicationDirPath() + QStringLiteral("/download_child"), {manifestUrl, cache, m_server.caPath()});
         QVERIFY(child.waitForStarted());
         const bool lastRun = run >= 8;
         if (lastRun) {
@@ -242,7 +267,11 @@ void TestDownload::killedAndRestarted()
         }
         done = child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0;
         // Every request of this run starts where that chunk's file ended before it.
-        for (const QByteArray &requested : m_server.ranges("/pkg/package.zip")) {
+        if (nginx)
+            QTest::qWait(300); // nginx logs a request once its connection has closed
+        const QList<QByteArray> requests = nginx ? web.takeRanges("/kill/package.zip") : m_server.ranges("/pkg/package.zip");
+        requestsSeen += int(requests.size());
+        for (const QByteArray &requested : requests) {
             const qint64 from = requested.mid(6, requested.indexOf('-') - 6).toLongLong();
             const int index = int(from / chunk);
             const qint64 length = std::min((index + 1) * chunk, size) - index * chunk;
@@ -251,6 +280,7 @@ void TestDownload::killedAndRestarted()
         }
     }
     QVERIFY(done);
+    QVERIFY(requestsSeen >= 7);
     QCOMPARE(readFile(dir.filePath("package.zip")), release.package);
     // Nothing outside the cache directory was touched.
     QCOMPARE(root.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList({"cache", "outside"}));
