@@ -52,7 +52,9 @@ bool isHttps(const QUrl &url)
 
 bool validPackage(const DownloadPackage &package)
 {
-    static const QRegularExpression digest(QStringLiteral("^[0-9a-f]{64}$"));
+    // Anchored for the whole text: "$" alone would also accept a trailing newline, and such a
+    // digest could never match the package.
+    static const QRegularExpression digest(QRegularExpression::anchoredPattern(QStringLiteral("[0-9a-f]{64}")));
     if (!package.url.isValid() || package.url.isEmpty() || package.fileName.isEmpty())
         return false;
     if (static_cast<quint64>(package.size) - 1 > maxPackageSizeMinusOne)

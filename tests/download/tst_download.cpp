@@ -126,6 +126,7 @@ void TestDownload::manifest_data()
     QTest::newRow("an upper-case digest is accepted") << withPackage("sha256", digest.toUpper()) << QString();
     QTest::newRow("a 63-digit digest is rejected") << withPackage("sha256", digest.left(63)) << "Invalid package definition.";
     QTest::newRow("a 65-digit digest is rejected") << withPackage("sha256", digest + "a") << "Invalid package definition.";
+    QTest::newRow("a digest with a trailing newline is rejected") << withPackage("sha256", digest + "\n") << "Invalid package definition.";
     QTest::newRow("a digest with a non-hex digit is rejected") << withPackage("sha256", digest.left(63) + "g") << "Invalid package definition.";
     QTest::newRow("an HTTPS scheme in capitals is accepted") << withPackage("url", "HTTPS://cdn.example.invalid/p.zip") << QString();
     QTest::newRow("a plain http package is rejected") << withPackage("url", "http://cdn.example.invalid/p.zip") << "Invalid package definition.";
