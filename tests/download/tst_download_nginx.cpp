@@ -76,7 +76,12 @@ void TestDownload::realServer()
     }
 
     DownloadManager manager;
-    manager.setTiming(fastTiming());
+    // Real request timeouts: TLS set-up of six connections at once can take a while under Wine.
+    DownloadManager::Timing timing = fastTiming();
+    timing.stallMs = 6000;
+    timing.retryDelayMs = 1000;
+    timing.transferTimeoutMs = 4000;
+    manager.setTiming(timing);
     QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
     ssl.addCaCertificates(m_server.caCertificates());
     manager.setSslConfiguration(ssl);
