@@ -1,6 +1,8 @@
 #include "finalize/installer_finalizer.h"
 #include "finalize/finalization_run.h"
 #include "finalize/installation_processes.h"
+#include "finalize/thread_exit_order.h"
+#include "app/installer_logger.h"
 
 #include <QCoreApplication>
 #include <QMutexLocker>
@@ -29,6 +31,8 @@ void InstallerFinalizer::finalize(const QString &stagingDir, const QString &inst
         m_worker->wait();
         delete m_worker;
     }
+    if (!ThreadExitOrder::arranged())
+        InstallerLogger::write(QStringLiteral("Thread-local destruction order not arranged; a worker thread may fail as it ends."));
     m_worker = QThread::create([=, this] {
         finalizeOnWorkerThread(stagingDir, installDir, version, files, directories, otherRoot);
     });

@@ -1,12 +1,22 @@
 #include "finalize/installer_finalizer.h"
+#include "finalize/thread_exit_order.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QSignalSpy>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <memory>
 
 namespace {
 
@@ -60,6 +70,43 @@ Package stage(const QString &staging, bool complete)
     return package;
 }
 
+// A thread-local object that notes, as it is destroyed, whether its storage still holds what it
+// wrote: storage released before the destructor runs has been reused by the heap by then.
+constexpr quint64 probePattern = 0x5a5aa5a5c3c33c3cull;
+std::atomic<int> probeVerdict { -1 };
+
+struct ExitProbe
+{
+    std::array<quint64, 16> words;
+    ExitProbe() { words.fill(probePattern); }
+    ~ExitProbe()
+    {
+        probeVerdict.store(std::all_of(words.cbegin(), words.cend(), [](quint64 word) { return word == probePattern; }) ? 1 : 0);
+    }
+};
+
+thread_local ExitProbe exitProbe;
+
+enum class WorkerUse { ThreadLocalObject, RegularExpression };
+
+// Whether thread-specific keys can still be made and dropped: a thread that failed in its exit
+// handler leaves the runtime's key lock taken, and this then blocks for good.
+bool runtimeKeysUsable()
+{
+    const auto done = std::make_shared<std::atomic<bool>>(false);
+    QThread *helper = QThread::create([done] {
+        pthread_key_t key;
+        if (pthread_key_create(&key, nullptr) == 0)
+            pthread_key_delete(key);
+        done->store(true);
+    });
+    helper->start();
+    if (!helper->wait(10000))
+        return false; // left running: it is stuck for good
+    delete helper;
+    return done->load();
+}
+
 } // namespace
 
 class FinalizerTest : public QObject
@@ -70,6 +117,8 @@ private slots:
     void finalizes_data();
     void finalizes();
     void cancelAndCommitExcludeEachOther();
+    void workerThreadsEndCleanly_data();
+    void workerThreadsEndCleanly();
 };
 
 void FinalizerTest::finalizes_data()
@@ -149,6 +198,39 @@ void FinalizerTest::cancelAndCommitExcludeEachOther()
     finalizer.resetCancellation();
     QVERIFY(finalizer.requestCancel());
     QVERIFY(!finalizer.beginCommitPhase()); // a cancellation that came first wins
+}
+
+void FinalizerTest::workerThreadsEndCleanly_data()
+{
+    QTest::addColumn<int>("use");
+    QTest::newRow("a thread-local object is destroyed before its storage is released") << int(WorkerUse::ThreadLocalObject);
+    QTest::newRow("a regular expression matched on a worker leaves the runtime usable") << int(WorkerUse::RegularExpression);
+}
+
+void FinalizerTest::workerThreadsEndCleanly()
+{
+    QFETCH(int, use);
+    QVERIFY(ThreadExitOrder::arranged());
+    probeVerdict.store(-1);
+    std::atomic<bool> matched { false };
+    QThread *worker = QThread::create([use, &matched] {
+        if (WorkerUse(use) == WorkerUse::ThreadLocalObject) {
+            exitProbe.words[0] = probePattern;
+            return;
+        }
+        // Qt keeps its pattern-matching stack in a thread-local object.
+        const QRegularExpression id(QStringLiteral("^[0-9a-f]{32}$"));
+        matched.store(id.match(QStringLiteral("0123456789abcdef0123456789abcdef")).hasMatch());
+    });
+    worker->start();
+    QVERIFY(worker->wait(30000));
+    delete worker;
+    // Under POSIX a joined thread may still be running its thread-local destructors.
+    if (WorkerUse(use) == WorkerUse::ThreadLocalObject)
+        QTRY_COMPARE_WITH_TIMEOUT(probeVerdict.load(), 1, 10000);
+    else
+        QVERIFY(matched.load());
+    QVERIFY2(runtimeKeysUsable(), "a thread-specific key could not be made after the worker ended");
 }
 
 QTEST_GUILESS_MAIN(FinalizerTest)
