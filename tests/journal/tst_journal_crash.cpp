@@ -42,6 +42,16 @@ ChildRun runChild(const QStringList &arguments, const QString &stepsPath)
     return run;
 }
 
+// What a child run did, for a failure message: whether it ended, how, and how far it got.
+QString described(const ChildRun &run)
+{
+    return QStringLiteral("finished=%1 exitCode=%2 steps=%3 last=%4")
+        .arg(run.finished ? QStringLiteral("yes") : QStringLiteral("no"))
+        .arg(run.exitCode)
+        .arg(run.steps.size())
+        .arg(run.steps.isEmpty() ? QStringLiteral("none") : run.steps.constLast());
+}
+
 class CrashRun
 {
 public:
@@ -128,8 +138,7 @@ void JournalTest::crashAtEveryStepEndsOldOrNew()
     QVERIFY(dry.ready());
     const int cancelAfter = cancelling ? 6 : 0;
     const ChildRun full = dry.install(0, cancelAfter);
-    QVERIFY(full.finished);
-    QCOMPARE(full.exitCode, cancelling ? 3 : 0);
+    QVERIFY2(full.finished && full.exitCode == (cancelling ? 3 : 0), qPrintable(QStringLiteral("undisturbed run: %1").arg(described(full))));
     QCOMPARE(dry.verdict(!cancelling), QString());
     const int commitStep = cancelling ? full.steps.size() + 1 : lastIndexOf(full.steps, QStringLiteral("save record"));
     QVERIFY(full.steps.size() > 10);
@@ -139,9 +148,10 @@ void JournalTest::crashAtEveryStepEndsOldOrNew()
             CrashRun run(existing);
             QVERIFY(run.ready());
             const ChildRun crashed = run.install(point, cancelAfter);
-            QVERIFY2(crashed.died, qPrintable(QStringLiteral("no crash at step %1").arg(point)));
+            QVERIFY2(crashed.died, qPrintable(QStringLiteral("no crash at step %1 (%2): %3").arg(point).arg(full.steps.at(point - 1), described(crashed))));
             const ChildRun recovered = run.recover(0);
-            QVERIFY2(recovered.finished && recovered.exitCode == 0, qPrintable(QStringLiteral("recovery failed after step %1").arg(point)));
+            QVERIFY2(recovered.finished && recovered.exitCode == 0,
+                     qPrintable(QStringLiteral("recovery failed after step %1: %2").arg(point).arg(described(recovered))));
             const QString wrong = run.verdict(point >= commitStep);
             QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("crash after step %1 (%2): %3").arg(point).arg(full.steps.at(point - 1), wrong)));
             ++m_crashPoints;
@@ -154,18 +164,22 @@ void JournalTest::crashAtEveryStepEndsOldOrNew()
     for (const int interruptedAt : { commitStep / 2, commitStep - 1 }) {
         CrashRun probe(existing);
         QVERIFY(probe.ready());
-        QVERIFY(probe.install(interruptedAt, 0).died);
+        const ChildRun interrupted = probe.install(interruptedAt, 0);
+        QVERIFY2(interrupted.died, qPrintable(QStringLiteral("no crash at step %1: %2").arg(interruptedAt).arg(described(interrupted))));
         const ChildRun recovery = probe.recover(0);
-        QCOMPARE(recovery.exitCode, 0);
+        QVERIFY2(recovery.finished && recovery.exitCode == 0, qPrintable(QStringLiteral("recovery: %1").arg(described(recovery))));
         QCOMPARE(probe.verdict(false), QString());
         QVERIFY(!recovery.steps.isEmpty());
         for (int point = 1; point <= recovery.steps.size(); ++point) {
             CrashRun run(existing);
             QVERIFY(run.ready());
-            QVERIFY(run.install(interruptedAt, 0).died);
-            QVERIFY2(run.recover(point).died, qPrintable(QStringLiteral("no crash at recovery step %1").arg(point)));
+            const ChildRun interrupted = run.install(interruptedAt, 0);
+            QVERIFY2(interrupted.died, qPrintable(QStringLiteral("no crash at step %1: %2").arg(interruptedAt).arg(described(interrupted))));
+            const ChildRun crashedRecovery = run.recover(point);
+            QVERIFY2(crashedRecovery.died, qPrintable(QStringLiteral("no crash at recovery step %1: %2").arg(point).arg(described(crashedRecovery))));
             const ChildRun recovered = run.recover(0);
-            QVERIFY2(recovered.exitCode == 0, qPrintable(QStringLiteral("second recovery failed after step %1").arg(point)));
+            QVERIFY2(recovered.finished && recovered.exitCode == 0,
+                     qPrintable(QStringLiteral("second recovery failed after step %1: %2").arg(point).arg(described(recovered))));
             const QString wrong = run.verdict(false);
             QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("install crash at %1, recovery crash after step %2 (%3): %4")
                                                      .arg(interruptedAt).arg(point).arg(recovery.steps.at(point - 1), wrong)));
