@@ -61,6 +61,16 @@ up() {
     fi
     # A persistent server keeps later starts fast.
     "$wineserver" -p >/dev/null 2>&1 || true
+    # Windows mounts each signed-in user's classes hive at HKEY_USERS\<SID>_Classes, where the
+    # installer keeps its URL scheme; Wine has no such key, so the prefix gets one per user. Wine
+    # keeps it in memory only, for as long as the server runs (down removes the marker).
+    if [ ! -f "$state/user-classes" ]; then
+        local sid
+        for sid in $("$wine" reg query HKU 2>/dev/null | tr -d '\r' | sed -n 's/^HKEY_USERS\\\(S-1-5-21-[0-9-]*\)$/\1/p'); do
+            "$wine" reg add "HKU\\${sid}_Classes" /f >/dev/null 2>&1 || { echo "cannot add ${sid}_Classes" >&2; return 1; }
+        done
+        touch "$state/user-classes"
+    fi
     # Wine runs no shell; a stand-in owns the shell window so the desktop user can be found.
     if [ -n "${BRISA_DESKTOP_SHELL:-}" ] && ! { [ -s "$state/shell.pid" ] && kill -0 "$(cat "$state/shell.pid")" 2>/dev/null; }; then
         rm -f "$state/shell.ready"
@@ -74,7 +84,7 @@ up() {
 
 down() {
     "$wineserver" -k >/dev/null 2>&1 || true
-    rm -f "$state/shell.pid" "$state/shell.ready"
+    rm -f "$state/shell.pid" "$state/shell.ready" "$state/user-classes"
     if display_alive; then kill "$(cat "$state/xvfb.pid")" 2>/dev/null || true; fi
     rm -f "$state/xvfb.pid" "$state/display"
 }

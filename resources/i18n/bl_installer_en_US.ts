@@ -2,6 +2,386 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="en_US">
 <context>
+    <name>ArchiveExtractor</name>
+    <message>
+        <location filename="../../src/extract/archive_extractor.cpp" line="+122"/>
+        <source>Unable to open the downloaded ZIP package.</source>
+        <translation>Unable to open the downloaded ZIP package.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The downloaded ZIP package is invalid.</source>
+        <translation>The downloaded ZIP package is invalid.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The ZIP package contains an unsafe path.</source>
+        <translation>The ZIP package contains an unsafe path.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <location line="+23"/>
+        <source>There is not enough disk space to install.</source>
+        <translation>There is not enough disk space to install.</translation>
+    </message>
+    <message>
+        <location line="-21"/>
+        <source>Unable to create the installation directory.</source>
+        <translation>Unable to create the installation directory.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to write an installation file.</source>
+        <translation>Unable to write an installation file.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to extract the downloaded ZIP package.</source>
+        <translation>Unable to extract the downloaded ZIP package.</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>The bundled Brisa-Linker payload is missing.</source>
+        <translation>The bundled Brisa-Linker payload is missing.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled Brisa-Linker payload is invalid.</source>
+        <translation>The bundled Brisa-Linker payload is invalid.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled payload contains a directory link.</source>
+        <translation>The bundled payload contains a directory link.</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Unable to create the bundled payload directory.</source>
+        <translation>Unable to create the bundled payload directory.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to copy the bundled Brisa-Linker payload.</source>
+        <translation>Unable to copy the bundled Brisa-Linker payload.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to prepare the bundled Brisa-Linker payload.</source>
+        <translation>Unable to prepare the bundled Brisa-Linker payload.</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadFailureDialog</name>
+    <message>
+        <location filename="../../src/ui/download_failure_dialog.cpp" line="+13"/>
+        <location line="+5"/>
+        <source>Download failed</source>
+        <translation>Download failed</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>We couldn&apos;t download the required files. Retry or download the full package.</source>
+        <translation>We couldn&apos;t download the required files. Retry or download the full package.</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <source>Download full package</source>
+        <translation>Download full package</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>The full package link is unavailable.</source>
+        <translation>The full package link is unavailable.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Need help? Contact</source>
+        <translation>Need help? Contact</translation>
+    </message>
+    <message>
+        <location line="+7"/>
+        <source>Cancel</source>
+        <translation>Cancel</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Retry</source>
+        <translation>Retry</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadManager</name>
+    <message>
+        <location filename="../../src/download/download_manager.cpp" line="+170"/>
+        <source>Unable to download the version manifest: %1</source>
+        <translation>Unable to download the version manifest: %1</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <location line="+300"/>
+        <location line="+19"/>
+        <source>No download progress was made for 20 seconds.</source>
+        <translation>No download progress was made for 20 seconds.</translation>
+    </message>
+    <message>
+        <location line="-307"/>
+        <source>The version manifest is invalid: %1</source>
+        <translation>The version manifest is invalid: %1</translation>
+    </message>
+    <message>
+        <location line="+26"/>
+        <source>Unable to create the download directory.</source>
+        <translation>Unable to create the download directory.</translation>
+    </message>
+    <message>
+        <location line="+107"/>
+        <source>Unable to write a download chunk.</source>
+        <translation>Unable to write a download chunk.</translation>
+    </message>
+    <message>
+        <location line="+76"/>
+        <source>The download server does not support ranged requests.</source>
+        <translation>The download server does not support ranged requests.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>A download chunk failed: %1</source>
+        <translation>A download chunk failed: %1</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>A download chunk has an unexpected size.</source>
+        <translation>A download chunk has an unexpected size.</translation>
+    </message>
+    <message>
+        <location line="+167"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+65"/>
+        <source>The combined package failed verification.</source>
+        <translation>The combined package failed verification.</translation>
+    </message>
+    <message>
+        <location filename="../../src/download/package_assembly.cpp" line="-36"/>
+        <source>Unable to create the combined package.</source>
+        <translation>Unable to create the combined package.</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Unable to read a downloaded chunk.</source>
+        <translation>Unable to read a downloaded chunk.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <location line="+10"/>
+        <source>Unable to combine the downloaded chunks.</source>
+        <translation>Unable to combine the downloaded chunks.</translation>
+    </message>
+    <message>
+        <location line="-6"/>
+        <location line="+14"/>
+        <source>Unable to write the combined package.</source>
+        <translation>Unable to write the combined package.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Unable to finalize the downloaded package.</source>
+        <translation>Unable to finalize the downloaded package.</translation>
+    </message>
+</context>
+<context>
+    <name>InstallationFlow</name>
+    <message>
+        <location filename="../../src/ui/installation_flow.cpp" line="+135"/>
+        <source>%1 MB/s</source>
+        <translation>%1 MB/s</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>%1 KB/s</source>
+        <translation>%1 KB/s</translation>
+    </message>
+    <message>
+        <location line="+33"/>
+        <source>Invalid installation location</source>
+        <translation>Invalid installation location</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Choose a valid installation location.</source>
+        <translation>Choose a valid installation location.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The installation location cannot contain directory links.</source>
+        <translation>The installation location cannot contain directory links.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Brisa-Linker cannot be installed in this system location.</source>
+        <translation>Brisa-Linker cannot be installed in this system location.</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>The existing application executable cannot be identified. No old files were removed.
+%1</source>
+        <translation>The existing application executable cannot be identified. No old files were removed.
+%1</translation>
+    </message>
+    <message>
+        <location line="+20"/>
+        <source>Brisa-Linker is already installed</source>
+        <translation>Brisa-Linker is already installed</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker is already installed in:
+%1
+
+Install it in the new location instead? The files in the old location are kept.</source>
+        <translation>Brisa-Linker is already installed in:
+%1
+
+Install it in the new location instead? The files in the old location are kept.</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Install here</source>
+        <translation>Install here</translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <location line="+174"/>
+        <source>Cancel</source>
+        <translation>Cancel</translation>
+    </message>
+    <message>
+        <location line="-146"/>
+        <source>Installation in progress</source>
+        <translation>Installation in progress</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Another installer is currently installing Brisa-Linker. You can keep this window open and try again when it finishes.</source>
+        <translation>Another installer is currently installing Brisa-Linker. You can keep this window open and try again when it finishes.</translation>
+    </message>
+    <message>
+        <location line="+13"/>
+        <source>Preparing...</source>
+        <translation>Preparing...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Preparing download...</source>
+        <translation>Preparing download...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Downloading...</source>
+        <translation>Downloading...</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Downloading... %1%</source>
+        <translation>Downloading... %1%</translation>
+    </message>
+    <message>
+        <location line="+41"/>
+        <source>Unable to prepare the temporary installation directory.</source>
+        <translation>Unable to prepare the temporary installation directory.</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Extracting...</source>
+        <translation>Extracting...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Installing...</source>
+        <translation>Installing...</translation>
+    </message>
+    <message>
+        <location line="+44"/>
+        <source>Brisa-Linker is running</source>
+        <translation>Brisa-Linker is running</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>These applications are using the installation files:
+%1
+
+They will be force-closed immediately; unsaved work may be lost. Continue installing?</source>
+        <translation>These applications are using the installation files:
+%1
+
+They will be force-closed immediately; unsaved work may be lost. Continue installing?</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Force-close applications</source>
+        <translation>Force-close applications</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Closing running applications...</source>
+        <translation>Closing running applications...</translation>
+    </message>
+    <message>
+        <location line="+18"/>
+        <location line="+90"/>
+        <source>Installation failed</source>
+        <translation>Installation failed</translation>
+    </message>
+    <message>
+        <location line="-79"/>
+        <source>Creating shortcuts...</source>
+        <translation>Creating shortcuts...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Installation complete</source>
+        <translation>Installation complete</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Done</source>
+        <translation>Done</translation>
+    </message>
+    <message>
+        <location line="+34"/>
+        <source>Unable to start Brisa-Linker</source>
+        <translation>Unable to start Brisa-Linker</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker was installed, but it could not be started. You can open it from the desktop shortcut.</source>
+        <translation>Brisa-Linker was installed, but it could not be started. You can open it from the desktop shortcut.</translation>
+    </message>
+    <message>
+        <location line="+82"/>
+        <source>Install</source>
+        <translation>Install</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>Exit installation?</source>
+        <translation>Exit installation?</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Are you sure you want to exit the installation?</source>
+        <translation>Are you sure you want to exit the installation?</translation>
+    </message>
+    <message>
+        <location line="+15"/>
+        <source>Installation is finishing</source>
+        <translation>Installation is finishing</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</source>
+        <translation>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</translation>
+    </message>
+</context>
+<context>
     <name>InstallerFinalizer</name>
     <message>
         <location filename="translation_texts.cpp" line="+25"/>
@@ -229,7 +609,7 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+127"/>
+        <location filename="../../src/ui/main_window.cpp" line="+128"/>
         <source>Minimize</source>
         <translation>Minimize</translation>
     </message>
@@ -271,40 +651,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+159"/>
+        <location line="+173"/>
         <source>Install to %1</source>
         <translation>Install to %1</translation>
     </message>
     <message>
-        <location line="-154"/>
+        <location line="-168"/>
         <source>Browse folders</source>
         <translation>Browse folders</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+206"/>
+        <location line="+220"/>
         <source>Required: --</source>
         <translation>Required: --</translation>
     </message>
     <message>
-        <location line="-204"/>
-        <location line="+282"/>
+        <location line="-218"/>
+        <location line="+296"/>
         <source>Available: --</source>
         <translation>Available: --</translation>
     </message>
     <message>
-        <location line="-242"/>
+        <location line="-256"/>
         <source>Preparing download...</source>
         <translation>Preparing download...</translation>
     </message>
     <message>
         <location line="+23"/>
-        <location line="+116"/>
+        <location line="+130"/>
         <source>Install</source>
         <translation>Install</translation>
     </message>
     <message>
-        <location line="-91"/>
+        <location line="-105"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -324,7 +704,7 @@
         <translation>%1 KB/s</translation>
     </message>
     <message>
-        <location line="+70"/>
+        <location line="+84"/>
         <source>Hide installation location</source>
         <translation>Hide installation location</translation>
     </message>
@@ -432,7 +812,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Force-close applications</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-451"/>
+        <location filename="../../src/ui/main_window.cpp" line="-465"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Cancel</translation>

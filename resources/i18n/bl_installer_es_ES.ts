@@ -2,6 +2,386 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="es_ES">
 <context>
+    <name>ArchiveExtractor</name>
+    <message>
+        <location filename="../../src/extract/archive_extractor.cpp" line="+122"/>
+        <source>Unable to open the downloaded ZIP package.</source>
+        <translation>No se pudo abrir el paquete ZIP descargado.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The downloaded ZIP package is invalid.</source>
+        <translation>El paquete ZIP descargado no es válido.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The ZIP package contains an unsafe path.</source>
+        <translation>El paquete ZIP contiene una ruta no segura.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <location line="+23"/>
+        <source>There is not enough disk space to install.</source>
+        <translation>No hay suficiente espacio en disco para instalar.</translation>
+    </message>
+    <message>
+        <location line="-21"/>
+        <source>Unable to create the installation directory.</source>
+        <translation>No se pudo crear la carpeta de instalación.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to write an installation file.</source>
+        <translation>No se pudo escribir un archivo de instalación.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to extract the downloaded ZIP package.</source>
+        <translation>No se pudo extraer el paquete ZIP descargado.</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>The bundled Brisa-Linker payload is missing.</source>
+        <translation>Falta el paquete integrado de Brisa-Linker.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled Brisa-Linker payload is invalid.</source>
+        <translation>El paquete integrado de Brisa-Linker no es válido.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled payload contains a directory link.</source>
+        <translation>El paquete integrado contiene un vínculo de carpeta.</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Unable to create the bundled payload directory.</source>
+        <translation>No se pudo crear la carpeta del paquete integrado.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to copy the bundled Brisa-Linker payload.</source>
+        <translation>No se pudo copiar el paquete integrado de Brisa-Linker.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to prepare the bundled Brisa-Linker payload.</source>
+        <translation>No se pudo preparar el paquete integrado de Brisa-Linker.</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadFailureDialog</name>
+    <message>
+        <location filename="../../src/ui/download_failure_dialog.cpp" line="+13"/>
+        <location line="+5"/>
+        <source>Download failed</source>
+        <translation>Error de descarga</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>We couldn&apos;t download the required files. Retry or download the full package.</source>
+        <translation>No se pudieron descargar los archivos necesarios. Vuelva a intentarlo o descargue el paquete completo.</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <source>Download full package</source>
+        <translation>Descargar el paquete completo</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>The full package link is unavailable.</source>
+        <translation>El enlace al paquete completo no está disponible.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Need help? Contact</source>
+        <translation>¿Necesita ayuda? Escriba a</translation>
+    </message>
+    <message>
+        <location line="+7"/>
+        <source>Cancel</source>
+        <translation>Cancelar</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Retry</source>
+        <translation>Reintentar</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadManager</name>
+    <message>
+        <location filename="../../src/download/download_manager.cpp" line="+170"/>
+        <source>Unable to download the version manifest: %1</source>
+        <translation>No se pudo descargar el manifiesto de la versión: %1</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <location line="+300"/>
+        <location line="+19"/>
+        <source>No download progress was made for 20 seconds.</source>
+        <translation>La descarga no ha avanzado en 20 segundos.</translation>
+    </message>
+    <message>
+        <location line="-307"/>
+        <source>The version manifest is invalid: %1</source>
+        <translation>El manifiesto de la versión no es válido: %1</translation>
+    </message>
+    <message>
+        <location line="+26"/>
+        <source>Unable to create the download directory.</source>
+        <translation>No se pudo crear la carpeta de descarga.</translation>
+    </message>
+    <message>
+        <location line="+107"/>
+        <source>Unable to write a download chunk.</source>
+        <translation>No se pudo escribir un fragmento de la descarga.</translation>
+    </message>
+    <message>
+        <location line="+76"/>
+        <source>The download server does not support ranged requests.</source>
+        <translation>El servidor de descarga no admite solicitudes por rangos.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>A download chunk failed: %1</source>
+        <translation>Falló un fragmento de la descarga: %1</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>A download chunk has an unexpected size.</source>
+        <translation>Un fragmento de la descarga tiene un tamaño inesperado.</translation>
+    </message>
+    <message>
+        <location line="+167"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+65"/>
+        <source>The combined package failed verification.</source>
+        <translation>El paquete combinado no superó la verificación.</translation>
+    </message>
+    <message>
+        <location filename="../../src/download/package_assembly.cpp" line="-36"/>
+        <source>Unable to create the combined package.</source>
+        <translation>No se pudo crear el paquete combinado.</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Unable to read a downloaded chunk.</source>
+        <translation>No se pudo leer un fragmento descargado.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <location line="+10"/>
+        <source>Unable to combine the downloaded chunks.</source>
+        <translation>No se pudieron combinar los fragmentos descargados.</translation>
+    </message>
+    <message>
+        <location line="-6"/>
+        <location line="+14"/>
+        <source>Unable to write the combined package.</source>
+        <translation>No se pudo escribir el paquete combinado.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Unable to finalize the downloaded package.</source>
+        <translation>No se pudo completar el paquete descargado.</translation>
+    </message>
+</context>
+<context>
+    <name>InstallationFlow</name>
+    <message>
+        <location filename="../../src/ui/installation_flow.cpp" line="+135"/>
+        <source>%1 MB/s</source>
+        <translation>%1 MB/s</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>%1 KB/s</source>
+        <translation>%1 KB/s</translation>
+    </message>
+    <message>
+        <location line="+33"/>
+        <source>Invalid installation location</source>
+        <translation>Ubicación de instalación no válida</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Choose a valid installation location.</source>
+        <translation>Elija una ubicación de instalación válida.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The installation location cannot contain directory links.</source>
+        <translation>La ubicación de instalación no puede contener vínculos de carpeta.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Brisa-Linker cannot be installed in this system location.</source>
+        <translation>Brisa-Linker no se puede instalar en esta ubicación del sistema.</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>The existing application executable cannot be identified. No old files were removed.
+%1</source>
+        <translation>No se puede identificar el ejecutable de la aplicación existente. No se eliminó ningún archivo anterior.
+%1</translation>
+    </message>
+    <message>
+        <location line="+20"/>
+        <source>Brisa-Linker is already installed</source>
+        <translation>Brisa-Linker ya está instalado</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker is already installed in:
+%1
+
+Install it in the new location instead? The files in the old location are kept.</source>
+        <translation>Brisa-Linker ya está instalado en:
+%1
+
+¿Desea instalarlo en la nueva ubicación? Los archivos de la ubicación anterior se conservan.</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Install here</source>
+        <translation>Instalar aquí</translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <location line="+174"/>
+        <source>Cancel</source>
+        <translation>Cancelar</translation>
+    </message>
+    <message>
+        <location line="-146"/>
+        <source>Installation in progress</source>
+        <translation>Instalación en curso</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Another installer is currently installing Brisa-Linker. You can keep this window open and try again when it finishes.</source>
+        <translation>Otro instalador está instalando Brisa-Linker en este momento. Puede dejar esta ventana abierta y volver a intentarlo cuando termine.</translation>
+    </message>
+    <message>
+        <location line="+13"/>
+        <source>Preparing...</source>
+        <translation>Preparando...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Preparing download...</source>
+        <translation>Preparando la descarga...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Downloading...</source>
+        <translation>Descargando...</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Downloading... %1%</source>
+        <translation>Descargando... %1%</translation>
+    </message>
+    <message>
+        <location line="+41"/>
+        <source>Unable to prepare the temporary installation directory.</source>
+        <translation>No se pudo preparar la carpeta temporal de instalación.</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Extracting...</source>
+        <translation>Extrayendo...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Installing...</source>
+        <translation>Instalando...</translation>
+    </message>
+    <message>
+        <location line="+44"/>
+        <source>Brisa-Linker is running</source>
+        <translation>Brisa-Linker se está ejecutando</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>These applications are using the installation files:
+%1
+
+They will be force-closed immediately; unsaved work may be lost. Continue installing?</source>
+        <translation>Estas aplicaciones están usando los archivos de instalación:
+%1
+
+Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perderse. ¿Desea continuar con la instalación?</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Force-close applications</source>
+        <translation>Forzar el cierre</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Closing running applications...</source>
+        <translation>Cerrando las aplicaciones en ejecución...</translation>
+    </message>
+    <message>
+        <location line="+18"/>
+        <location line="+90"/>
+        <source>Installation failed</source>
+        <translation>Error de instalación</translation>
+    </message>
+    <message>
+        <location line="-79"/>
+        <source>Creating shortcuts...</source>
+        <translation>Creando accesos directos...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Installation complete</source>
+        <translation>Instalación completada</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Done</source>
+        <translation>Listo</translation>
+    </message>
+    <message>
+        <location line="+34"/>
+        <source>Unable to start Brisa-Linker</source>
+        <translation>No se pudo iniciar Brisa-Linker</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker was installed, but it could not be started. You can open it from the desktop shortcut.</source>
+        <translation>Brisa-Linker se instaló, pero no se pudo iniciar. Puede abrirlo desde el acceso directo del escritorio.</translation>
+    </message>
+    <message>
+        <location line="+82"/>
+        <source>Install</source>
+        <translation>Instalar</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>Exit installation?</source>
+        <translation>¿Salir de la instalación?</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Are you sure you want to exit the installation?</source>
+        <translation>¿Seguro que desea salir de la instalación?</translation>
+    </message>
+    <message>
+        <location line="+15"/>
+        <source>Installation is finishing</source>
+        <translation>La instalación está terminando</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</source>
+        <translation>La configuración del sistema ya ha comenzado, por lo que este paso no se puede revertir con seguridad. La ventana se cerrará mientras la instalación termina en segundo plano.</translation>
+    </message>
+</context>
+<context>
     <name>InstallerFinalizer</name>
     <message>
         <location filename="translation_texts.cpp" line="+25"/>
@@ -229,7 +609,7 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+127"/>
+        <location filename="../../src/ui/main_window.cpp" line="+128"/>
         <source>Minimize</source>
         <translation>Minimizar</translation>
     </message>
@@ -271,40 +651,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+159"/>
+        <location line="+173"/>
         <source>Install to %1</source>
         <translation>Instalar en %1</translation>
     </message>
     <message>
-        <location line="-154"/>
+        <location line="-168"/>
         <source>Browse folders</source>
         <translation>Examinar carpetas</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+206"/>
+        <location line="+220"/>
         <source>Required: --</source>
         <translation>Necesario: --</translation>
     </message>
     <message>
-        <location line="-204"/>
-        <location line="+282"/>
+        <location line="-218"/>
+        <location line="+296"/>
         <source>Available: --</source>
         <translation>Disponible: --</translation>
     </message>
     <message>
-        <location line="-242"/>
+        <location line="-256"/>
         <source>Preparing download...</source>
         <translation>Preparando la descarga...</translation>
     </message>
     <message>
         <location line="+23"/>
-        <location line="+116"/>
+        <location line="+130"/>
         <source>Install</source>
         <translation>Instalar</translation>
     </message>
     <message>
-        <location line="-91"/>
+        <location line="-105"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -324,7 +704,7 @@
         <translation>%1 KB/s</translation>
     </message>
     <message>
-        <location line="+70"/>
+        <location line="+84"/>
         <source>Hide installation location</source>
         <translation>Ocultar la ubicación de instalación</translation>
     </message>
@@ -432,7 +812,7 @@ Se cerrarán de inmediato de forma forzada; es posible que se pierda el trabajo 
         <translation>Forzar el cierre</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-451"/>
+        <location filename="../../src/ui/main_window.cpp" line="-465"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Cancelar</translation>

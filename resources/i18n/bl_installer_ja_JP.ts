@@ -2,6 +2,386 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="ja_JP">
 <context>
+    <name>ArchiveExtractor</name>
+    <message>
+        <location filename="../../src/extract/archive_extractor.cpp" line="+122"/>
+        <source>Unable to open the downloaded ZIP package.</source>
+        <translation>ダウンロードした ZIP パッケージを開けません。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The downloaded ZIP package is invalid.</source>
+        <translation>ダウンロードした ZIP パッケージが無効です。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The ZIP package contains an unsafe path.</source>
+        <translation>ZIP パッケージに安全でないパスが含まれています。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <location line="+23"/>
+        <source>There is not enough disk space to install.</source>
+        <translation>インストールに必要なディスク領域が不足しています。</translation>
+    </message>
+    <message>
+        <location line="-21"/>
+        <source>Unable to create the installation directory.</source>
+        <translation>インストール フォルダーを作成できません。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to write an installation file.</source>
+        <translation>インストール ファイルを書き込めません。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to extract the downloaded ZIP package.</source>
+        <translation>ダウンロードした ZIP パッケージを展開できません。</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>The bundled Brisa-Linker payload is missing.</source>
+        <translation>同梱の Brisa-Linker パッケージが見つかりません。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled Brisa-Linker payload is invalid.</source>
+        <translation>同梱の Brisa-Linker パッケージが無効です。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled payload contains a directory link.</source>
+        <translation>同梱パッケージにフォルダーのリンクが含まれています。</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Unable to create the bundled payload directory.</source>
+        <translation>同梱パッケージ用のフォルダーを作成できません。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to copy the bundled Brisa-Linker payload.</source>
+        <translation>同梱の Brisa-Linker パッケージをコピーできません。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to prepare the bundled Brisa-Linker payload.</source>
+        <translation>同梱の Brisa-Linker パッケージを準備できません。</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadFailureDialog</name>
+    <message>
+        <location filename="../../src/ui/download_failure_dialog.cpp" line="+13"/>
+        <location line="+5"/>
+        <source>Download failed</source>
+        <translation>ダウンロードに失敗しました</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>We couldn&apos;t download the required files. Retry or download the full package.</source>
+        <translation>必要なファイルをダウンロードできませんでした。再試行するか、完全なパッケージをダウンロードしてください。</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <source>Download full package</source>
+        <translation>完全なパッケージをダウンロード</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>The full package link is unavailable.</source>
+        <translation>完全なパッケージのリンクは利用できません。</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Need help? Contact</source>
+        <translation>お困りの場合のお問い合わせ先:</translation>
+    </message>
+    <message>
+        <location line="+7"/>
+        <source>Cancel</source>
+        <translation>キャンセル</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Retry</source>
+        <translation>再試行</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadManager</name>
+    <message>
+        <location filename="../../src/download/download_manager.cpp" line="+170"/>
+        <source>Unable to download the version manifest: %1</source>
+        <translation>バージョン情報をダウンロードできません: %1</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <location line="+300"/>
+        <location line="+19"/>
+        <source>No download progress was made for 20 seconds.</source>
+        <translation>20 秒間ダウンロードが進みませんでした。</translation>
+    </message>
+    <message>
+        <location line="-307"/>
+        <source>The version manifest is invalid: %1</source>
+        <translation>バージョン情報が無効です: %1</translation>
+    </message>
+    <message>
+        <location line="+26"/>
+        <source>Unable to create the download directory.</source>
+        <translation>ダウンロード用フォルダーを作成できません。</translation>
+    </message>
+    <message>
+        <location line="+107"/>
+        <source>Unable to write a download chunk.</source>
+        <translation>ダウンロードの一部を書き込めません。</translation>
+    </message>
+    <message>
+        <location line="+76"/>
+        <source>The download server does not support ranged requests.</source>
+        <translation>ダウンロード サーバーが範囲指定の要求に対応していません。</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>A download chunk failed: %1</source>
+        <translation>ダウンロードの一部に失敗しました: %1</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>A download chunk has an unexpected size.</source>
+        <translation>ダウンロードの一部のサイズが想定と異なります。</translation>
+    </message>
+    <message>
+        <location line="+167"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+65"/>
+        <source>The combined package failed verification.</source>
+        <translation>結合したパッケージの検証に失敗しました。</translation>
+    </message>
+    <message>
+        <location filename="../../src/download/package_assembly.cpp" line="-36"/>
+        <source>Unable to create the combined package.</source>
+        <translation>結合したパッケージを作成できません。</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Unable to read a downloaded chunk.</source>
+        <translation>ダウンロードした一部を読み取れません。</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <location line="+10"/>
+        <source>Unable to combine the downloaded chunks.</source>
+        <translation>ダウンロードした各部分を結合できません。</translation>
+    </message>
+    <message>
+        <location line="-6"/>
+        <location line="+14"/>
+        <source>Unable to write the combined package.</source>
+        <translation>結合したパッケージを書き込めません。</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Unable to finalize the downloaded package.</source>
+        <translation>ダウンロードしたパッケージを完成できません。</translation>
+    </message>
+</context>
+<context>
+    <name>InstallationFlow</name>
+    <message>
+        <location filename="../../src/ui/installation_flow.cpp" line="+135"/>
+        <source>%1 MB/s</source>
+        <translation>%1 MB/秒</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>%1 KB/s</source>
+        <translation>%1 KB/秒</translation>
+    </message>
+    <message>
+        <location line="+33"/>
+        <source>Invalid installation location</source>
+        <translation>インストール先が無効です</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Choose a valid installation location.</source>
+        <translation>有効なインストール先を選択してください。</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The installation location cannot contain directory links.</source>
+        <translation>インストール先にフォルダーのリンクを含めることはできません。</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Brisa-Linker cannot be installed in this system location.</source>
+        <translation>Brisa-Linker はこのシステムの場所にはインストールできません。</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>The existing application executable cannot be identified. No old files were removed.
+%1</source>
+        <translation>既存のアプリケーションの実行ファイルを識別できません。古いファイルは削除されていません。
+%1</translation>
+    </message>
+    <message>
+        <location line="+20"/>
+        <source>Brisa-Linker is already installed</source>
+        <translation>Brisa-Linker は既にインストールされています</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker is already installed in:
+%1
+
+Install it in the new location instead? The files in the old location are kept.</source>
+        <translation>Brisa-Linker は次の場所に既にインストールされています:
+%1
+
+新しい場所にインストールしますか? 以前の場所のファイルはそのまま残ります。</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Install here</source>
+        <translation>ここにインストール</translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <location line="+174"/>
+        <source>Cancel</source>
+        <translation>キャンセル</translation>
+    </message>
+    <message>
+        <location line="-146"/>
+        <source>Installation in progress</source>
+        <translation>インストール中です</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Another installer is currently installing Brisa-Linker. You can keep this window open and try again when it finishes.</source>
+        <translation>別のインストーラーが Brisa-Linker をインストールしています。このウィンドウを開いたままにして、完了後にもう一度お試しください。</translation>
+    </message>
+    <message>
+        <location line="+13"/>
+        <source>Preparing...</source>
+        <translation>準備中...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Preparing download...</source>
+        <translation>ダウンロードの準備中...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Downloading...</source>
+        <translation>ダウンロード中...</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Downloading... %1%</source>
+        <translation>ダウンロード中... %1%</translation>
+    </message>
+    <message>
+        <location line="+41"/>
+        <source>Unable to prepare the temporary installation directory.</source>
+        <translation>一時インストール フォルダーを準備できません。</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Extracting...</source>
+        <translation>展開中...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Installing...</source>
+        <translation>インストール中...</translation>
+    </message>
+    <message>
+        <location line="+44"/>
+        <source>Brisa-Linker is running</source>
+        <translation>Brisa-Linker が実行中です</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>These applications are using the installation files:
+%1
+
+They will be force-closed immediately; unsaved work may be lost. Continue installing?</source>
+        <translation>次のアプリケーションがインストール ファイルを使用しています:
+%1
+
+これらは直ちに強制終了されます。保存していない作業は失われる可能性があります。インストールを続行しますか?</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Force-close applications</source>
+        <translation>強制終了する</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Closing running applications...</source>
+        <translation>実行中のアプリケーションを終了しています...</translation>
+    </message>
+    <message>
+        <location line="+18"/>
+        <location line="+90"/>
+        <source>Installation failed</source>
+        <translation>インストールに失敗しました</translation>
+    </message>
+    <message>
+        <location line="-79"/>
+        <source>Creating shortcuts...</source>
+        <translation>ショートカットを作成しています...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Installation complete</source>
+        <translation>インストールが完了しました</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Done</source>
+        <translation>完了</translation>
+    </message>
+    <message>
+        <location line="+34"/>
+        <source>Unable to start Brisa-Linker</source>
+        <translation>Brisa-Linker を起動できません</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker was installed, but it could not be started. You can open it from the desktop shortcut.</source>
+        <translation>Brisa-Linker はインストールされましたが、起動できませんでした。デスクトップのショートカットから開いてください。</translation>
+    </message>
+    <message>
+        <location line="+82"/>
+        <source>Install</source>
+        <translation>インストール</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>Exit installation?</source>
+        <translation>インストールを終了しますか?</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Are you sure you want to exit the installation?</source>
+        <translation>インストールを終了してもよろしいですか?</translation>
+    </message>
+    <message>
+        <location line="+15"/>
+        <source>Installation is finishing</source>
+        <translation>インストールを完了しています</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</source>
+        <translation>システムの構成が始まっているため、この手順は安全に取り消せません。ウィンドウは閉じ、インストールはバックグラウンドで完了します。</translation>
+    </message>
+</context>
+<context>
     <name>InstallerFinalizer</name>
     <message>
         <location filename="translation_texts.cpp" line="+25"/>
@@ -229,7 +609,7 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+127"/>
+        <location filename="../../src/ui/main_window.cpp" line="+128"/>
         <source>Minimize</source>
         <translation>最小化</translation>
     </message>
@@ -271,40 +651,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+159"/>
+        <location line="+173"/>
         <source>Install to %1</source>
         <translation>%1 にインストール</translation>
     </message>
     <message>
-        <location line="-154"/>
+        <location line="-168"/>
         <source>Browse folders</source>
         <translation>フォルダーを参照</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+206"/>
+        <location line="+220"/>
         <source>Required: --</source>
         <translation>必要な容量: --</translation>
     </message>
     <message>
-        <location line="-204"/>
-        <location line="+282"/>
+        <location line="-218"/>
+        <location line="+296"/>
         <source>Available: --</source>
         <translation>空き容量: --</translation>
     </message>
     <message>
-        <location line="-242"/>
+        <location line="-256"/>
         <source>Preparing download...</source>
         <translation>ダウンロードを準備しています...</translation>
     </message>
     <message>
         <location line="+23"/>
-        <location line="+116"/>
+        <location line="+130"/>
         <source>Install</source>
         <translation>インストール</translation>
     </message>
     <message>
-        <location line="-91"/>
+        <location line="-105"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -324,7 +704,7 @@
         <translation>%1 KB/秒</translation>
     </message>
     <message>
-        <location line="+70"/>
+        <location line="+84"/>
         <source>Hide installation location</source>
         <translation>インストール先を隠す</translation>
     </message>
@@ -432,7 +812,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>アプリケーションを強制終了</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-451"/>
+        <location filename="../../src/ui/main_window.cpp" line="-465"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>キャンセル</translation>

@@ -2,6 +2,386 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="ru_RU">
 <context>
+    <name>ArchiveExtractor</name>
+    <message>
+        <location filename="../../src/extract/archive_extractor.cpp" line="+122"/>
+        <source>Unable to open the downloaded ZIP package.</source>
+        <translation>Не удалось открыть загруженный ZIP-пакет.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The downloaded ZIP package is invalid.</source>
+        <translation>Загруженный ZIP-пакет повреждён.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The ZIP package contains an unsafe path.</source>
+        <translation>ZIP-пакет содержит небезопасный путь.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <location line="+23"/>
+        <source>There is not enough disk space to install.</source>
+        <translation>Недостаточно места на диске для установки.</translation>
+    </message>
+    <message>
+        <location line="-21"/>
+        <source>Unable to create the installation directory.</source>
+        <translation>Не удалось создать папку установки.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to write an installation file.</source>
+        <translation>Не удалось записать файл установки.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to extract the downloaded ZIP package.</source>
+        <translation>Не удалось распаковать загруженный ZIP-пакет.</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>The bundled Brisa-Linker payload is missing.</source>
+        <translation>Встроенный пакет Brisa-Linker отсутствует.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled Brisa-Linker payload is invalid.</source>
+        <translation>Встроенный пакет Brisa-Linker повреждён.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The bundled payload contains a directory link.</source>
+        <translation>Встроенный пакет содержит ссылку на папку.</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Unable to create the bundled payload directory.</source>
+        <translation>Не удалось создать папку для встроенного пакета.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to copy the bundled Brisa-Linker payload.</source>
+        <translation>Не удалось скопировать встроенный пакет Brisa-Linker.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Unable to prepare the bundled Brisa-Linker payload.</source>
+        <translation>Не удалось подготовить встроенный пакет Brisa-Linker.</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadFailureDialog</name>
+    <message>
+        <location filename="../../src/ui/download_failure_dialog.cpp" line="+13"/>
+        <location line="+5"/>
+        <source>Download failed</source>
+        <translation>Ошибка загрузки</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>We couldn&apos;t download the required files. Retry or download the full package.</source>
+        <translation>Не удалось загрузить необходимые файлы. Повторите попытку или скачайте полный пакет.</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <source>Download full package</source>
+        <translation>Скачать полный пакет</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>The full package link is unavailable.</source>
+        <translation>Ссылка на полный пакет недоступна.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Need help? Contact</source>
+        <translation>Нужна помощь? Напишите нам:</translation>
+    </message>
+    <message>
+        <location line="+7"/>
+        <source>Cancel</source>
+        <translation>Отмена</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Retry</source>
+        <translation>Повторить</translation>
+    </message>
+</context>
+<context>
+    <name>DownloadManager</name>
+    <message>
+        <location filename="../../src/download/download_manager.cpp" line="+170"/>
+        <source>Unable to download the version manifest: %1</source>
+        <translation>Не удалось загрузить описание версии: %1</translation>
+    </message>
+    <message>
+        <location line="+9"/>
+        <location line="+300"/>
+        <location line="+19"/>
+        <source>No download progress was made for 20 seconds.</source>
+        <translation>Загрузка не продвигалась 20 секунд.</translation>
+    </message>
+    <message>
+        <location line="-307"/>
+        <source>The version manifest is invalid: %1</source>
+        <translation>Описание версии недействительно: %1</translation>
+    </message>
+    <message>
+        <location line="+26"/>
+        <source>Unable to create the download directory.</source>
+        <translation>Не удалось создать папку для загрузки.</translation>
+    </message>
+    <message>
+        <location line="+107"/>
+        <source>Unable to write a download chunk.</source>
+        <translation>Не удалось записать часть загрузки.</translation>
+    </message>
+    <message>
+        <location line="+76"/>
+        <source>The download server does not support ranged requests.</source>
+        <translation>Сервер загрузки не поддерживает запросы диапазонов.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>A download chunk failed: %1</source>
+        <translation>Не удалось загрузить часть пакета: %1</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>A download chunk has an unexpected size.</source>
+        <translation>Часть загрузки имеет неожиданный размер.</translation>
+    </message>
+    <message>
+        <location line="+167"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+65"/>
+        <source>The combined package failed verification.</source>
+        <translation>Собранный пакет не прошёл проверку.</translation>
+    </message>
+    <message>
+        <location filename="../../src/download/package_assembly.cpp" line="-36"/>
+        <source>Unable to create the combined package.</source>
+        <translation>Не удалось создать собранный пакет.</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Unable to read a downloaded chunk.</source>
+        <translation>Не удалось прочитать загруженную часть.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <location line="+10"/>
+        <source>Unable to combine the downloaded chunks.</source>
+        <translation>Не удалось объединить загруженные части.</translation>
+    </message>
+    <message>
+        <location line="-6"/>
+        <location line="+14"/>
+        <source>Unable to write the combined package.</source>
+        <translation>Не удалось записать собранный пакет.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Unable to finalize the downloaded package.</source>
+        <translation>Не удалось завершить подготовку загруженного пакета.</translation>
+    </message>
+</context>
+<context>
+    <name>InstallationFlow</name>
+    <message>
+        <location filename="../../src/ui/installation_flow.cpp" line="+135"/>
+        <source>%1 MB/s</source>
+        <translation>%1 МБ/с</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>%1 KB/s</source>
+        <translation>%1 КБ/с</translation>
+    </message>
+    <message>
+        <location line="+33"/>
+        <source>Invalid installation location</source>
+        <translation>Недопустимое место установки</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Choose a valid installation location.</source>
+        <translation>Выберите допустимое место установки.</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>The installation location cannot contain directory links.</source>
+        <translation>Путь установки не может содержать ссылки на папки.</translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Brisa-Linker cannot be installed in this system location.</source>
+        <translation>Brisa-Linker нельзя установить в эту системную папку.</translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>The existing application executable cannot be identified. No old files were removed.
+%1</source>
+        <translation>Не удалось опознать исполняемый файл установленного приложения. Старые файлы не удалены.
+%1</translation>
+    </message>
+    <message>
+        <location line="+20"/>
+        <source>Brisa-Linker is already installed</source>
+        <translation>Brisa-Linker уже установлен</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker is already installed in:
+%1
+
+Install it in the new location instead? The files in the old location are kept.</source>
+        <translation>Brisa-Linker уже установлен в папке:
+%1
+
+Установить его в новое место? Файлы в прежней папке сохранятся.</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Install here</source>
+        <translation>Установить сюда</translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <location line="+174"/>
+        <source>Cancel</source>
+        <translation>Отмена</translation>
+    </message>
+    <message>
+        <location line="-146"/>
+        <source>Installation in progress</source>
+        <translation>Идёт установка</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Another installer is currently installing Brisa-Linker. You can keep this window open and try again when it finishes.</source>
+        <translation>Другой установщик сейчас устанавливает Brisa-Linker. Можно оставить это окно открытым и повторить попытку, когда он закончит.</translation>
+    </message>
+    <message>
+        <location line="+13"/>
+        <source>Preparing...</source>
+        <translation>Подготовка...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Preparing download...</source>
+        <translation>Подготовка к загрузке...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Downloading...</source>
+        <translation>Загрузка...</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Downloading... %1%</source>
+        <translation>Загрузка... %1%</translation>
+    </message>
+    <message>
+        <location line="+41"/>
+        <source>Unable to prepare the temporary installation directory.</source>
+        <translation>Не удалось подготовить временную папку установки.</translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Extracting...</source>
+        <translation>Распаковка...</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Installing...</source>
+        <translation>Установка...</translation>
+    </message>
+    <message>
+        <location line="+44"/>
+        <source>Brisa-Linker is running</source>
+        <translation>Brisa-Linker запущен</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>These applications are using the installation files:
+%1
+
+They will be force-closed immediately; unsaved work may be lost. Continue installing?</source>
+        <translation>Эти приложения используют файлы установки:
+%1
+
+Они будут немедленно принудительно закрыты; несохранённые данные могут быть потеряны. Продолжить установку?</translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Force-close applications</source>
+        <translation>Принудительно закрыть</translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Closing running applications...</source>
+        <translation>Закрытие запущенных приложений...</translation>
+    </message>
+    <message>
+        <location line="+18"/>
+        <location line="+90"/>
+        <source>Installation failed</source>
+        <translation>Ошибка установки</translation>
+    </message>
+    <message>
+        <location line="-79"/>
+        <source>Creating shortcuts...</source>
+        <translation>Создание ярлыков...</translation>
+    </message>
+    <message>
+        <location line="+29"/>
+        <source>Installation complete</source>
+        <translation>Установка завершена</translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Done</source>
+        <translation>Готово</translation>
+    </message>
+    <message>
+        <location line="+34"/>
+        <source>Unable to start Brisa-Linker</source>
+        <translation>Не удалось запустить Brisa-Linker</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Brisa-Linker was installed, but it could not be started. You can open it from the desktop shortcut.</source>
+        <translation>Brisa-Linker установлен, но запустить его не удалось. Откройте его с помощью ярлыка на рабочем столе.</translation>
+    </message>
+    <message>
+        <location line="+82"/>
+        <source>Install</source>
+        <translation>Установить</translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>Exit installation?</source>
+        <translation>Выйти из установки?</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Are you sure you want to exit the installation?</source>
+        <translation>Вы действительно хотите прервать установку?</translation>
+    </message>
+    <message>
+        <location line="+15"/>
+        <source>Installation is finishing</source>
+        <translation>Установка завершается</translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</source>
+        <translation>Настройка системы уже началась, поэтому этот шаг нельзя безопасно отменить. Окно закроется, а установка завершится в фоновом режиме.</translation>
+    </message>
+</context>
+<context>
     <name>InstallerFinalizer</name>
     <message>
         <location filename="translation_texts.cpp" line="+25"/>
@@ -229,7 +609,7 @@
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+127"/>
+        <location filename="../../src/ui/main_window.cpp" line="+128"/>
         <source>Minimize</source>
         <translation>Свернуть</translation>
     </message>
@@ -271,40 +651,40 @@
     </message>
     <message>
         <location line="+3"/>
-        <location line="+159"/>
+        <location line="+173"/>
         <source>Install to %1</source>
         <translation>Установить в %1</translation>
     </message>
     <message>
-        <location line="-154"/>
+        <location line="-168"/>
         <source>Browse folders</source>
         <translation>Обзор папок</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+206"/>
+        <location line="+220"/>
         <source>Required: --</source>
         <translation>Требуется: --</translation>
     </message>
     <message>
-        <location line="-204"/>
-        <location line="+282"/>
+        <location line="-218"/>
+        <location line="+296"/>
         <source>Available: --</source>
         <translation>Доступно: --</translation>
     </message>
     <message>
-        <location line="-242"/>
+        <location line="-256"/>
         <source>Preparing download...</source>
         <translation>Подготовка загрузки...</translation>
     </message>
     <message>
         <location line="+23"/>
-        <location line="+116"/>
+        <location line="+130"/>
         <source>Install</source>
         <translation>Установить</translation>
     </message>
     <message>
-        <location line="-91"/>
+        <location line="-105"/>
         <source>%1 MB</source>
         <translation>%1 МБ</translation>
     </message>
@@ -324,7 +704,7 @@
         <translation>%1 КБ/с</translation>
     </message>
     <message>
-        <location line="+70"/>
+        <location line="+84"/>
         <source>Hide installation location</source>
         <translation>Скрыть папку установки</translation>
     </message>
@@ -432,7 +812,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Закрыть приложения</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-451"/>
+        <location filename="../../src/ui/main_window.cpp" line="-465"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Отмена</translation>

@@ -2,9 +2,11 @@
 #include "app/app_paths.h"
 #include "app/installer_logger.h"
 #include "app/startup_platform.h"
+#include "download/download_endpoint.h"
 #include "location/installation_location.h"
 #include "location/legacy_update_location.h"
 #include "system/desktop_user.h"
+#include "ui/installation_flow.h"
 #include "ui/main_window.h"
 
 #include <QApplication>
@@ -207,7 +209,24 @@ int run(QApplication &application)
     InstallerLogger::write(QStringLiteral("Desktop user=%1 default_root=%2 cache=%3 log=%4")
                                .arg(DesktopUser::sid(), applicationRoot, tempRoot, logRoot));
 
+    InstallationFlow::Settings settings;
+    settings.manifestUrl = DownloadEndpoint::manifestUrl();
+    settings.sslConfiguration = DownloadEndpoint::sslConfiguration();
+    settings.temporaryRoot = tempRoot;
+    settings.applicationRoot = applicationRoot;
+#ifdef BRISA_DEV_ENDPOINT
+    // Only test and demo builds take a payload from disk: in a release build nobody can slip
+    // files into an elevated installation by placing them where the installer looks.
+    settings.bundledPayload = qEnvironmentVariable("BRISA_DEV_BUNDLED_PAYLOAD");
+#endif
+
     MainWindow window(options);
+    // The flow decides when the application ends: a closed window may still be finishing or
+    // cleaning up in the background.
+    application.setQuitOnLastWindowClosed(false);
+    auto *flow = new InstallationFlow(&window, options, settings);
+    QObject::connect(flow, &InstallationFlow::quitRequested, &application, &QCoreApplication::quit,
+                     Qt::QueuedConnection);
     window.show();
     StartupPlatform::showNormal(&window);
     if (!notice.isEmpty()) {

@@ -60,6 +60,14 @@ void ArchiveExtractor::cancel()
         m_cancel->store(true);
 }
 
+void ArchiveExtractor::waitForWorkers()
+{
+    for (const QPointer<QThread> &thread : std::as_const(m_threads)) {
+        if (thread)
+            thread->wait();
+    }
+}
+
 bool ArchiveExtractor::isRunning() const
 {
     return !m_worker.isNull();
@@ -95,7 +103,9 @@ void ArchiveExtractor::finishWorker(QThread *thread, Operation operation, const 
 
     const bool zip = operation == Operation::Zip;
     const int cancelled = zip ? int(ZipCancelled) : int(PayloadCancelled);
-    if (result.status == cancelled) {
+    // A run that finished just as it was cancelled is reported as cancelled: after cancel() the
+    // caller hears nothing more.
+    if (result.status == cancelled || m_cancel->load()) {
         InstallerLogger::write(QStringLiteral("Extraction cancelled: %1").arg(directory));
         return;
     }

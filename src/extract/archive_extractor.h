@@ -59,6 +59,9 @@ public:
     void copyDirectory(const QString &source, const QString &target);
     void scanDirectory(const QString &directory);
     void cancel();
+    // Blocks until every worker has returned; after cancel() that is at most one block away.
+    // Whoever removes the staging directory next must not race a worker still writing into it.
+    void waitForWorkers();
 
     bool isRunning() const;
 

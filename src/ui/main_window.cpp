@@ -6,6 +6,7 @@
 #include "ui/window_icons.h"
 
 #include <QCheckBox>
+#include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileDialog>
@@ -353,6 +354,20 @@ bool MainWindow::confirmInstallerAction(QWidget *parent, const QString &title, c
     box.setEscapeButton(reject);
     box.exec();
     return box.clickedButton() == accept;
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (m_closeGuard && !m_closeGuard()) {
+        event->ignore();
+        return;
+    }
+    event->accept();
+}
+
+void MainWindow::setCloseEnabled(bool enabled)
+{
+    m_closeButton->setEnabled(enabled);
 }
 
 QString MainWindow::destination() const

@@ -6,6 +6,8 @@
 #include <QPropertyAnimation>
 #include <QWidget>
 
+#include <functional>
+
 class ElidedLabel;
 class HeroPanel;
 class QCheckBox;
@@ -71,11 +73,18 @@ public:
     void chooseInstallDirectory();
     void updateAvailableSpace();
 
+    // The installation flow decides whether a close request is honoured (it may ask, cancel or
+    // refuse); without a guard the window simply closes.
+    void setCloseGuard(std::function<bool()> guard) { m_closeGuard = std::move(guard); }
+    // The close controls follow whether closing is permitted right now.
+    void setCloseEnabled(bool enabled);
+
 signals:
     void installRequested();
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
     // The window system's own move; a seam so tests can see that a drag would move the window.
     virtual bool startSystemMove();
     // The toolkit's directory chooser; a seam so tests can answer it.
@@ -115,4 +124,5 @@ private:
     QLabel *m_overallLabel = nullptr;
     QPushButton *m_installButton = nullptr;
     QPropertyAnimation *m_customAnimation = nullptr;
+    std::function<bool()> m_closeGuard;
 };

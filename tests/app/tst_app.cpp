@@ -440,9 +440,38 @@ bool closeWindow(QProcess *installer, const QString &title = QStringLiteral("Bri
     return false;
 }
 
+HWND processWindow(QProcess *installer, const QString &title)
+{
+    WindowSearch search { DWORD(installer->processId()), title, nullptr };
+    EnumWindows(findProcessWindow, reinterpret_cast<LPARAM>(&search));
+    return search.found;
+}
+
+// Closes the installer's window as a user would and answers what it asks on the way out: a
+// failed download is dismissed, and "Exit installation?" is answered Yes.
 bool closeInstallerWindow(QProcess *installer)
 {
-    return closeWindow(installer) && installer->waitForFinished(60000);
+    if (!closeWindow(installer))
+        return false;
+    for (int i = 0; i < 600 && installer->state() == QProcess::Running; ++i) {
+        if (HWND question = processWindow(installer, QStringLiteral("Exit installation?"))) {
+            // Cancel has the focus; Tab moves it to Yes and Space presses it.
+            QTest::qWait(300);
+            PostMessageW(question, WM_KEYDOWN, VK_TAB, 0x000F0001);
+            PostMessageW(question, WM_KEYUP, VK_TAB, 0xC00F0001);
+            QTest::qWait(200);
+            PostMessageW(question, WM_KEYDOWN, VK_SPACE, 0x00390001);
+            PostMessageW(question, WM_KEYUP, VK_SPACE, 0xC0390001);
+            QTest::qWait(1000);
+        } else if (HWND failure = processWindow(installer, QStringLiteral("Download failed"))) {
+            PostMessageW(failure, WM_CLOSE, 0, 0);
+            QTest::qWait(300);
+            if (HWND main = processWindow(installer, QStringLiteral("Brisa-Linker Installer")))
+                PostMessageW(main, WM_CLOSE, 0, 0);
+        }
+        QTest::qWait(100);
+    }
+    return installer->state() == QProcess::NotRunning || installer->waitForFinished(1000);
 }
 
 // Makes a directory impossible to create by putting a file where it would be.
@@ -546,6 +575,9 @@ void AppTest::updateRequestTakesTheAutomaticPathOnlyForAnInstallation()
     const QString temporary = temp.filePath(QStringLiteral("temp"));
     environment.insert(QStringLiteral("TEMP"), QDir::toNativeSeparators(temporary));
     environment.insert(QStringLiteral("TMP"), QDir::toNativeSeparators(temporary));
+    // The automatic path starts downloading at once: nothing listens on this port, so it fails
+    // without the test ever reaching past this machine.
+    environment.insert(QStringLiteral("BRISA_DEV_MANIFEST_URL"), QStringLiteral("https://127.0.0.1:9/manifest.json"));
     QProcess installer;
     installer.setProcessEnvironment(environment);
     installer.start(QStringLiteral(BRISA_INSTALLER_EXE), { QStringLiteral("--update"), QStringLiteral("--install-dir"), QDir::toNativeSeparators(target) });

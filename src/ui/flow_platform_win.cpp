@@ -1,0 +1,77 @@
+#include "ui/flow_platform.h"
+
+#include "system/desktop_user_launch.h"
+
+#include <QDir>
+
+#include <windows.h>
+
+namespace FlowPlatform {
+
+struct InstallOperationLock::State
+{
+    HANDLE mutex = nullptr;
+    bool owned = false;
+};
+
+InstallOperationLock::InstallOperationLock()
+    : m_state(std::make_unique<State>())
+{
+}
+
+InstallOperationLock::~InstallOperationLock()
+{
+    release();
+}
+
+bool InstallOperationLock::acquire()
+{
+    if (m_state->owned)
+        return true;
+    // Created or opened without initial ownership, then taken with a zero wait: whoever created
+    // it, exactly one process gets it, and an abandoned one (its holder crashed) is ours to take.
+    HANDLE mutex = CreateMutexW(nullptr, FALSE, L"Global\\ORLANDA_FIELDWORKS_INC_BrisaLinker_InstallOperation");
+    if (!mutex)
+        return false;
+    const DWORD wait = WaitForSingleObject(mutex, 0);
+    if (wait != WAIT_OBJECT_0 && wait != WAIT_ABANDONED) {
+        CloseHandle(mutex);
+        return false;
+    }
+    m_state->mutex = mutex;
+    m_state->owned = true;
+    return true;
+}
+
+void InstallOperationLock::release()
+{
+    if (!m_state->mutex)
+        return;
+    if (m_state->owned)
+        ReleaseMutex(m_state->mutex);
+    CloseHandle(m_state->mutex);
+    m_state->mutex = nullptr;
+    m_state->owned = false;
+}
+
+bool InstallOperationLock::held() const
+{
+    return m_state->owned;
+}
+
+QString windowsDirectory()
+{
+    const QString value = qEnvironmentVariable("WINDIR").trimmed();
+    return value.isEmpty() ? QString() : QDir::cleanPath(QDir::fromNativeSeparators(value));
+}
+
+LaunchOutcome launchAsDesktopUser(const QString &executable, const QString &workingDirectory)
+{
+    LaunchOutcome outcome;
+    outcome.started = DesktopUser::launchWithDesktopToken(static_cast<HANDLE>(DesktopUser::token()), executable,
+                                                          workingDirectory, &outcome.processId,
+                                                          &outcome.windowsError, &outcome.diagnostics);
+    return outcome;
+}
+
+} // namespace FlowPlatform
