@@ -7,6 +7,7 @@
 #include "journal/overlay_transaction.h"
 #include "tree_fixture.h"
 
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -21,6 +22,8 @@ struct ChildRun
     bool finished = false;
     bool died = false;
     int exitCode = -1;
+    QString error; // empty unless QProcess reported one (failed to start, timed out)
+    qint64 elapsedMs = 0;
     QStringList steps;
 };
 
@@ -29,8 +32,13 @@ ChildRun runChild(const QStringList &arguments, const QString &stepsPath)
     ChildRun run;
     QProcess child;
     child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QElapsedTimer clock;
+    clock.start();
     child.start(QStringLiteral(BRISA_CRASH_CHILD), arguments);
     run.finished = child.waitForFinished(60000);
+    run.elapsedMs = clock.elapsed();
+    if (child.error() != QProcess::UnknownError && child.error() != QProcess::Crashed)
+        run.error = child.errorString();
     // A killed process: a signal on the host, the forced exit code under Windows.
     run.died = child.exitStatus() == QProcess::CrashExit || child.exitCode() == 137;
     run.exitCode = child.exitCode();
@@ -45,11 +53,13 @@ ChildRun runChild(const QStringList &arguments, const QString &stepsPath)
 // What a child run did, for a failure message: whether it ended, how, and how far it got.
 QString described(const ChildRun &run)
 {
-    return QStringLiteral("finished=%1 exitCode=%2 steps=%3 last=%4")
+    return QStringLiteral("finished=%1 exitCode=%2 steps=%3 last=%4 elapsed=%5ms error=%6")
         .arg(run.finished ? QStringLiteral("yes") : QStringLiteral("no"))
         .arg(run.exitCode)
         .arg(run.steps.size())
-        .arg(run.steps.isEmpty() ? QStringLiteral("none") : run.steps.constLast());
+        .arg(run.steps.isEmpty() ? QStringLiteral("none") : run.steps.constLast())
+        .arg(run.elapsedMs)
+        .arg(run.error.isEmpty() ? QStringLiteral("none") : run.error);
 }
 
 class CrashRun
