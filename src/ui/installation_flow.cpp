@@ -85,7 +85,12 @@ InstallationFlow::InstallationFlow(MainWindow *window, const InstallerLaunch::Op
     connect(m_download, &DownloadManager::completed, this, &InstallationFlow::downloadCompleted);
     connect(m_download, &DownloadManager::failed, this, &InstallationFlow::handleDownloadFailure);
     connect(m_extractor, &ArchiveExtractor::progressChanged, this, &InstallationFlow::extractionProgress);
-    connect(m_extractor, &ArchiveExtractor::completed, this, &InstallationFlow::beginFinalization);
+    connect(m_extractor, &ArchiveExtractor::completed, this,
+            [this](const QString &stagingDir, const QStringList &files, const QStringList &directories) {
+                // A result that arrives after the window was closed belongs to an abandoned attempt.
+                if (m_phase == Phase::Extracting && !m_windowClosed)
+                    beginFinalization(stagingDir, files, directories);
+            });
     connect(m_extractor, &ArchiveExtractor::failed, this, &InstallationFlow::extractionFailed);
     connect(m_finalizer, &InstallerFinalizer::stageChanged, m_window, &MainWindow::setStatusText);
     connect(m_finalizer, &InstallerFinalizer::progressChanged, this, &InstallationFlow::finalizationProgress);
@@ -352,7 +357,6 @@ void InstallationFlow::extractionProgress(qint64 done, qint64 total)
 
 void InstallationFlow::extractionFailed(const QString &message)
 {
-    // A result that arrives after the window was closed belongs to an abandoned attempt.
     if (m_phase != Phase::Extracting || m_windowClosed)
         return;
     InstallerLogger::write(QStringLiteral("Background extraction failed: %1").arg(message));
@@ -362,8 +366,6 @@ void InstallationFlow::extractionFailed(const QString &message)
 void InstallationFlow::beginFinalization(const QString &stagingDir, const QStringList &files,
                                          const QStringList &directories)
 {
-    if (m_phase != Phase::Extracting || m_windowClosed)
-        return;
     m_stagingDir = stagingDir;
     m_files = files;
     m_directories = directories;
