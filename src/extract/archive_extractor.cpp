@@ -4,6 +4,8 @@
 
 #include <QThread>
 
+#include <algorithm>
+
 ArchiveExtractor::ArchiveExtractor(QObject *parent) : QObject(parent) { }
 
 ArchiveExtractor::~ArchiveExtractor()
@@ -171,4 +173,13 @@ QString ArchiveExtractor::payloadMessage(int status)
 QString ArchiveExtractor::productExecutableName()
 {
     return QStringLiteral("brisalinker.exe");
+}
+
+QList<QString> ArchiveExtractor::deepestFirst(QList<QString> directories)
+{
+    std::sort(directories.begin(), directories.end());
+    std::stable_sort(directories.begin(), directories.end(), [](const QString &a, const QString &b) {
+        return a.count(QLatin1Char('/')) > b.count(QLatin1Char('/'));
+    });
+    return directories;
 }

@@ -81,6 +81,9 @@ public:
     // Files a payload must hold at its root to be ours.
     static QString productExecutableName();
 
+    // Directories ordered so that removing them in list order empties each before its parent.
+    static QList<QString> deepestFirst(QList<QString> directories);
+
 signals:
     void progressChanged(qint64 processed, qint64 total);
     void completed(const QString &stagingDir, const QList<QString> &files, const QList<QString> &directories);

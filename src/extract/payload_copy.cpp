@@ -77,15 +77,6 @@ Walk walkPayload(const QString &root, const std::atomic<bool> &cancelFlag)
     return walk;
 }
 
-QList<QString> deepestFirst(QList<QString> directories)
-{
-    std::sort(directories.begin(), directories.end());
-    std::stable_sort(directories.begin(), directories.end(), [](const QString &a, const QString &b) {
-        return a.count(QLatin1Char('/')) > b.count(QLatin1Char('/'));
-    });
-    return directories;
-}
-
 bool hasProductExecutable(const QString &directory)
 {
     return QFileInfo(QDir(directory).filePath(ArchiveExtractor::productExecutableName())).isFile();

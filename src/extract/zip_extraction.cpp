@@ -181,16 +181,6 @@ void addAncestors(const QString &relativePath, QSet<QString> *directories)
     }
 }
 
-QList<QString> deepestFirst(const QSet<QString> &directories)
-{
-    QList<QString> sorted(directories.cbegin(), directories.cend());
-    std::sort(sorted.begin(), sorted.end());
-    std::stable_sort(sorted.begin(), sorted.end(), [](const QString &a, const QString &b) {
-        return a.count(QLatin1Char('/')) > b.count(QLatin1Char('/'));
-    });
-    return sorted;
-}
-
 // Windows folds case: two names that differ only in case are one file there, and which one
 // wins would depend on the archive's order. Such a package is refused instead.
 class CaseFoldedNames
@@ -220,7 +210,7 @@ ArchiveExtractor::Result finished(int status, QList<QString> files = {}, const Q
     ArchiveExtractor::Result result;
     result.status = status;
     result.files = std::move(files);
-    result.directories = deepestFirst(directories);
+    result.directories = ArchiveExtractor::deepestFirst(QList<QString>(directories.cbegin(), directories.cend()));
     return result;
 }
 
