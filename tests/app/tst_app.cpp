@@ -423,28 +423,26 @@ BOOL CALLBACK findProcessWindow(HWND window, LPARAM parameter)
     return TRUE;
 }
 
-// Waits for the installer's visible top-level window with this title and closes it as a user
-// would with the title bar's close button.
-bool closeWindow(QProcess *installer, const QString &title = QStringLiteral("Brisa-Linker Installer"))
-{
-    for (int i = 0; i < 600 && installer->state() == QProcess::Running; ++i) {
-        WindowSearch search { DWORD(installer->processId()), title, nullptr };
-        EnumWindows(findProcessWindow, reinterpret_cast<LPARAM>(&search));
-        if (search.found) {
-            QTest::qWait(500);
-            PostMessageW(search.found, WM_CLOSE, 0, 0);
-            return true;
-        }
-        QTest::qWait(100);
-    }
-    return false;
-}
-
 HWND processWindow(QProcess *installer, const QString &title)
 {
     WindowSearch search { DWORD(installer->processId()), title, nullptr };
     EnumWindows(findProcessWindow, reinterpret_cast<LPARAM>(&search));
     return search.found;
+}
+
+// Waits for the installer's visible top-level window with this title and closes it as a user
+// would with the title bar's close button.
+bool closeWindow(QProcess *installer, const QString &title = QStringLiteral("Brisa-Linker Installer"))
+{
+    for (int i = 0; i < 600 && installer->state() == QProcess::Running; ++i) {
+        if (HWND found = processWindow(installer, title)) {
+            QTest::qWait(500);
+            PostMessageW(found, WM_CLOSE, 0, 0);
+            return true;
+        }
+        QTest::qWait(100);
+    }
+    return false;
 }
 
 // Closes the installer's window as a user would and answers what it asks on the way out: a
