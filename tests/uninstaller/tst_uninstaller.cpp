@@ -187,7 +187,9 @@ void UninstallerTest::removesOnlyRegistrationsThatPointHere()
         QCOMPARE(QSettings(key, QSettings::NativeFormat).contains(QStringLiteral("InstallLocation")), !pointsHere);
         QCOMPARE(QSettings(scheme + QStringLiteral("\\shell\\open\\command"), QSettings::NativeFormat).contains(QStringLiteral("Default")), !pointsHere);
         QCOMPARE(QFileInfo::exists(ours), !pointsHere);
-        // The next round needs the installation back.
+        // The next round needs the installation back, once the uninstaller's temporary copy has
+        // removed its own file and the emptied directory after the silent caller returned.
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(installation), 30000);
         put(installation + QStringLiteral("/brisalinker.exe"));
         put(installation + QStringLiteral("/uninstall.dat"), magic + "F\tbrisalinker.exe\nF\tuninstall.dat\nF\tuninstall.exe\n");
     }
