@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QDate>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QLocale>
 #include <QProcess>
@@ -446,11 +447,15 @@ bool closeWindow(QProcess *installer, const QString &title = QStringLiteral("Bri
 }
 
 // Closes the installer's window as a user would and answers what it asks on the way out: a
-// failed download is dismissed, and "Exit installation?" is answered Yes.
+// failed download is dismissed, and "Exit installation?" is answered Yes. A busy Wine can drop
+// the keys or the close request, so while the main window stays without a question for a few
+// seconds the close is asked again.
 bool closeInstallerWindow(QProcess *installer)
 {
     if (!closeWindow(installer))
         return false;
+    QElapsedTimer sinceClose;
+    sinceClose.start();
     for (int i = 0; i < 600 && installer->state() == QProcess::Running; ++i) {
         if (HWND question = processWindow(installer, QStringLiteral("Exit installation?"))) {
             // Cancel has the focus; Tab moves it to Yes and Space presses it.
@@ -461,11 +466,17 @@ bool closeInstallerWindow(QProcess *installer)
             PostMessageW(question, WM_KEYDOWN, VK_SPACE, 0x00390001);
             PostMessageW(question, WM_KEYUP, VK_SPACE, 0xC0390001);
             QTest::qWait(1000);
+            sinceClose.restart();
         } else if (HWND failure = processWindow(installer, QStringLiteral("Download failed"))) {
             PostMessageW(failure, WM_CLOSE, 0, 0);
             QTest::qWait(300);
             if (HWND main = processWindow(installer, QStringLiteral("Brisa-Linker Installer")))
                 PostMessageW(main, WM_CLOSE, 0, 0);
+            sinceClose.restart();
+        } else if (sinceClose.hasExpired(3000)) {
+            if (HWND main = processWindow(installer, QStringLiteral("Brisa-Linker Installer")))
+                PostMessageW(main, WM_CLOSE, 0, 0);
+            sinceClose.restart();
         }
         QTest::qWait(100);
     }
