@@ -12,6 +12,9 @@
 #include <QThread>
 
 #include <pthread.h>
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
 
 #include <algorithm>
 #include <array>
@@ -127,13 +130,19 @@ void FinalizerTest::finalizes_data()
     QTest::addColumn<bool>("existing");
     QTest::addColumn<bool>("cancelFirst");
     QTest::addColumn<QString>("failure");
+    QTest::addColumn<bool>("updaterHeldOpen");
 
-    QTest::newRow("a fresh installation") << true << false << false << QString();
-    QTest::newRow("an update over an installation keeps the user's files") << true << true << false << QString();
+    QTest::newRow("a fresh installation") << true << false << false << QString() << false;
+    QTest::newRow("an update over an installation keeps the user's files") << true << true << false << QString() << false;
     QTest::newRow("a package without its version file touches nothing")
         << false << true << false
-        << "The installation package is incomplete or incompatible. Download a current installer and retry. No installed files were replaced.";
-    QTest::newRow("a cancellation before the commit leaves the old installation") << true << true << true << "Installation cancelled.";
+        << "The installation package is incomplete or incompatible. Download a current installer and retry. No installed files were replaced."
+        << false;
+    QTest::newRow("a cancellation before the commit leaves the old installation")
+        << true << true << true << "Installation cancelled." << false;
+    // The updater is the last file replaced, so every file before it has moved by then.
+    QTest::newRow("a file held open by another program undoes every file moved before it")
+        << true << true << false << "Unable to replace installation files." << true;
 }
 
 void FinalizerTest::finalizes()
@@ -142,6 +151,7 @@ void FinalizerTest::finalizes()
     QFETCH(bool, existing);
     QFETCH(bool, cancelFirst);
     QFETCH(QString, failure);
+    QFETCH(bool, updaterHeldOpen);
 
     QTemporaryDir temp;
     const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
@@ -153,6 +163,23 @@ void FinalizerTest::finalizes()
     }
     const QMap<QString, QByteArray> before = digests(install);
     const Package package = stage(staging, completePackage);
+#ifdef Q_OS_WIN
+    // Opened without delete sharing, as a program outside our reach holds a file: it cannot be
+    // moved away while the handle is open.
+    struct HeldFile {
+        HANDLE handle = INVALID_HANDLE_VALUE;
+        ~HeldFile() { if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle); }
+    } held;
+    if (updaterHeldOpen) {
+        const QString updater = QDir::toNativeSeparators(install + QStringLiteral("/updater.exe"));
+        held.handle = CreateFileW(reinterpret_cast<const wchar_t *>(updater.utf16()), GENERIC_READ, FILE_SHARE_READ,
+                                  nullptr, OPEN_EXISTING, 0, nullptr);
+        QVERIFY(held.handle != INVALID_HANDLE_VALUE);
+    }
+#else
+    if (updaterHeldOpen)
+        QSKIP("only Windows keeps a file that is held open from being moved");
+#endif
 
     InstallerFinalizer finalizer;
     QSignalSpy completed(&finalizer, &InstallerFinalizer::completed);
@@ -167,6 +194,10 @@ void FinalizerTest::finalizes()
         QCOMPARE(failed.first().first().toString(), failure);
         QCOMPARE(digests(install), before); // exactly the old installation
         QVERIFY(!QFileInfo::exists(install + QStringLiteral("/.install-transaction.json")));
+        // Nothing of the old installation is left behind in a backup either.
+        const QStringList backups = QDir(temp.filePath(QStringLiteral("Apps")))
+                                        .entryList({ QStringLiteral("*.backup-*") }, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        QVERIFY2(backups.isEmpty(), qPrintable(backups.join(QLatin1Char(' '))));
         return;
     }
     QCOMPARE(completed.size(), 1);
