@@ -1,5 +1,8 @@
 // libFuzzer target: arbitrary bytes as ".install-transaction.json", through the loader, every
 // validation rule and the metadata snapshot decoding that a rollback would run.
+//   fuzz_journal_record <new corpus dir> tests/journal/journal_seeds
+// The seeds are valid records for the fixed root below (preparing, committed, empty plan, with
+// uninstall, shortcut and URL scheme snapshots); without them few inputs get past the parser.
 #include "journal/overlay_transaction.h"
 
 #include <QByteArray>
