@@ -81,8 +81,18 @@ bool deserialized(const QByteArray &bytes, QVariantMap *values)
             stream >> text;
             value = text;
         } else if (tag == TextListValue) {
+            // Read by hand: streaming the list reserves room for whatever count the record
+            // claims, and a damaged count would ask for gigabytes before failing.
+            quint32 size = 0;
+            stream >> size;
+            if (size > stream.device()->bytesAvailable() / qint64(sizeof(quint32)))
+                return false;
             QStringList list;
-            stream >> list;
+            for (quint32 item = 0; item < size && stream.status() == QDataStream::Ok; ++item) {
+                QString text;
+                stream >> text;
+                list.append(text);
+            }
             value = list;
         } else if (tag == NumberValue) {
             qint32 number = 0;

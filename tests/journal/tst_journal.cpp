@@ -4,6 +4,7 @@
 #include "journal/overlay_transaction.h"
 #include "tree_fixture.h"
 
+#include <QDataStream>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -339,6 +340,54 @@ void JournalTest::recordLifecycle()
     QVERIFY(OverlayTransaction::recover(fixture.root()));
     QString error;
     QVERIFY(!committed || !OverlayTransaction::rollback(&state, &error));
+}
+
+void JournalTest::damagedUninstallSnapshotKeepsTheRecord_data()
+{
+    // The snapshot is a count, then a name, a type tag and a value per entry.
+    const auto snapshot = [](quint8 tag, const std::function<void(QDataStream &)> &value) {
+        QByteArray bytes;
+        QDataStream stream(&bytes, QIODevice::WriteOnly);
+        stream.setVersion(QDataStream::Qt_6_0);
+        stream << quint32(1) << QStringLiteral("DisplayName") << tag;
+        value(stream);
+        return bytes;
+    };
+    QTest::addColumn<QByteArray>("data");
+    QTest::newRow("a text list claiming two billion entries")
+        << snapshot(2, [](QDataStream &s) { s << quint32(0x80000002) << QStringLiteral("a"); });
+    QTest::newRow("a text list cut short")
+        << snapshot(2, [](QDataStream &s) { s << quint32(3) << QStringLiteral("a"); });
+    QTest::newRow("an unknown type tag") << snapshot(9, [](QDataStream &s) { s << QStringLiteral("x"); });
+    QTest::newRow("bytes after the last entry")
+        << snapshot(1, [](QDataStream &s) { s << QStringLiteral("Brisa-Linker") << quint8(0); });
+}
+
+void JournalTest::damagedUninstallSnapshotKeepsTheRecord()
+{
+    QFETCH(QByteArray, data);
+    TreeFixture fixture;
+    OverlayTransaction::State state;
+    QVERIFY(interruptedInstall(&fixture, &state));
+    QVERIFY(OverlayTransaction::metadataStarted(&state));
+    QJsonObject record = state.record;
+    record.insert(QStringLiteral("uninstall"), QJsonObject { { QStringLiteral("existed"), true },
+                                                             { QStringLiteral("data"), QString::fromLatin1(data.toBase64()) } });
+    const QByteArray damaged = QJsonDocument(record).toJson(QJsonDocument::Compact);
+    QVERIFY(TreeFixture::write(OverlayTransaction::path(fixture.root()), damaged));
+
+    // Refused without asking for the memory a damaged count claims; the record stays for a
+    // later attempt and the old files are back (the new, empty directories wait with it).
+    QString error;
+    QVERIFY(!OverlayTransaction::recover(fixture.root(), &error));
+    QCOMPARE(error, QStringLiteral("Invalid preserved uninstall metadata."));
+    QCOMPARE(TreeFixture::read(OverlayTransaction::path(fixture.root())), damaged);
+    const auto filesOnly = [](QMap<QString, QString> entries) {
+        entries.removeIf([](const auto &entry) { return entry.value() == QLatin1String("dir"); });
+        entries.remove(QStringLiteral(".install-transaction.json"));
+        return entries;
+    };
+    QCOMPARE(filesOnly(TreeFixture::snapshot(fixture.root())), filesOnly(TreeFixture::expected(TreeFixture::installation())));
 }
 
 QTEST_GUILESS_MAIN(JournalTest)

@@ -21,6 +21,8 @@ private slots:
     void foreignContentIsLeftAlone();
     void recordLifecycle_data();
     void recordLifecycle();
+    void damagedUninstallSnapshotKeepsTheRecord_data();
+    void damagedUninstallSnapshotKeepsTheRecord();
 
 #ifdef Q_OS_WIN
     void metadataIsRestoredUnlessTakenOver_data();
