@@ -18,9 +18,14 @@
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <QSet>
+#include <QThread>
 #include <QUuid>
 
 #include <algorithm>
+#include <atomic>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 namespace OverlayTransaction {
 
@@ -185,7 +190,7 @@ bool rollbackEntry(const QJsonObject &entry, const QString &root, const QString 
     const QString staged = under(stage, relativePath);
     const QString saved = under(backup, relativePath);
     // Checked once here; the digests below read the same paths.
-    if (!regular(target) || !regular(staged) || !regular(saved))
+    if (!regular({ target, staged, saved }))
         return false;
     if (FileLinks::exists(staged) && digestOfChecked(staged) != newDigest)
         return false;
@@ -224,6 +229,16 @@ bool regular(const QString &path)
     return !FileLinks::pathHasLink(cleaned);
 }
 
+bool regular(std::initializer_list<QString> paths)
+{
+    for (const QString &path : paths) {
+        const QString cleaned = clean(path);
+        if (cleaned.isEmpty() || !QDir::isAbsolutePath(cleaned))
+            return false;
+    }
+    return !FileLinks::anyPathHasLink(paths);
+}
+
 bool relative(const QString &path)
 {
     if (path.isEmpty() || path.contains(QLatin1Char('\\')) || path.contains(QLatin1Char(':'))
@@ -249,7 +264,7 @@ QString hash(const QString &path)
 
 bool move(const QString &from, const QString &to)
 {
-    if (!regular(from) || !regular(to) || FileLinks::exists(to))
+    if (!regular({ from, to }) || FileLinks::exists(to))
         return false;
     const QString parent = QFileInfo(clean(to)).path();
     if (!PlainEntries::isDirectory(QFileInfo(parent))) {
@@ -308,7 +323,16 @@ bool begin(const QString &root, const QString &stage, State *state, QString *err
         || !validRecordHeader(record, normalizedRoot))
         return fail(error, QStringLiteral("Unsafe installation transaction paths or user identity."));
 
-    QList<QJsonObject> files;
+    struct Planned
+    {
+        QString relativePath;
+        QString staged;
+        QString target;
+        bool hadOld = false;
+        QString newDigest;
+        QString oldDigest;
+    };
+    QList<Planned> planned;
     QSet<QString> created;
     QSet<QString> seenParents;
     QDirIterator walk(normalizedStage, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
@@ -326,17 +350,7 @@ bool begin(const QString &root, const QString &stage, State *state, QString *err
         if (!relative(relativePath))
             return fail(error, QStringLiteral("The payload contains an unsafe file path."));
         const QString target = under(normalizedRoot, relativePath);
-        const bool hadOld = FileLinks::exists(target);
-        const QString newDigest = digestOfChecked(entry);
-        const QString oldDigest = hadOld ? hash(target) : QString();
-        if (newDigest.isEmpty() || (hadOld && oldDigest.isEmpty()))
-            return fail(error, QStringLiteral("Unable to verify transaction file: ") + target);
-        files.append(QJsonObject {
-            { QStringLiteral("path"), relativePath },
-            { QStringLiteral("new"), newDigest },
-            { QStringLiteral("hadOld"), hadOld },
-            { QStringLiteral("old"), oldDigest },
-        });
+        planned.append(Planned { relativePath, entry, target, FileLinks::exists(target), {}, {} });
         for (QString parent = QFileInfo(relativePath).path(); parent != QLatin1String(".");
              parent = QFileInfo(parent).path()) {
             if (seenParents.contains(parent))
@@ -345,6 +359,45 @@ bool begin(const QString &root, const QString &stage, State *state, QString *err
             if (!FileLinks::exists(under(normalizedRoot, parent)))
                 created.insert(parent);
         }
+    }
+    // Reading and hashing every old and new file is most of the time spent here, and the files
+    // are independent: each core takes the next file until none is left.
+    std::atomic<qsizetype> next { 0 };
+    // Detached once here, so that no thread touches the list itself, only its own entries.
+    Planned *const entries = planned.data();
+    const qsizetype count = planned.size();
+    const auto digestRemaining = [entries, count, &next] {
+        for (qsizetype i = next++; i < count; i = next++) {
+            Planned &file = entries[i];
+            file.newDigest = digestOfChecked(file.staged);
+            if (file.hadOld)
+                file.oldDigest = hash(file.target);
+        }
+    };
+    std::vector<std::thread> helpers;
+    const int cores = std::clamp(QThread::idealThreadCount(), 1, 4);
+    for (int i = 1; i < cores && i * 64 < count; ++i) {
+        try {
+            helpers.emplace_back(digestRemaining);
+        } catch (const std::system_error &) {
+            break; // no more threads to be had: the ones running, this one included, do it all
+        }
+    }
+    digestRemaining();
+    for (std::thread &helper : helpers)
+        helper.join();
+
+    QList<QJsonObject> files;
+    files.reserve(planned.size());
+    for (const Planned &file : std::as_const(planned)) {
+        if (file.newDigest.isEmpty() || (file.hadOld && file.oldDigest.isEmpty()))
+            return fail(error, QStringLiteral("Unable to verify transaction file: ") + file.target);
+        files.append(QJsonObject {
+            { QStringLiteral("path"), file.relativePath },
+            { QStringLiteral("new"), file.newDigest },
+            { QStringLiteral("hadOld"), file.hadOld },
+            { QStringLiteral("old"), file.oldDigest },
+        });
     }
     std::sort(files.begin(), files.end(), [](const QJsonObject &a, const QJsonObject &b) {
         return a.value(QStringLiteral("path")).toString().compare(b.value(QStringLiteral("path")).toString(), Qt::CaseInsensitive) < 0;

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <initializer_list>
+
 // The durable recovery record (".install-transaction.json") that makes an in-place replacement
 // of an installation's files recoverable: begin before the first move, commit after the point of
 // no return, rollback or recover after a failure or a crash.
@@ -33,6 +35,8 @@ bool restoreMetadata(const QJsonObject &record, QString *error = nullptr);
 QString hash(const QString &path);
 bool move(const QString &from, const QString &to);
 bool regular(const QString &path);
+// regular() for each path, with the directories they share looked at once.
+bool regular(std::initializer_list<QString> paths);
 bool relative(const QString &path);
 QStringList shortcutPaths();
 bool shortcutOwned(const QString &shortcut, const QString &root);

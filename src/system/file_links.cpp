@@ -3,22 +3,34 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QStringList>
 
 namespace FileLinks {
 
 bool pathHasLink(const QString &path)
 {
-    QString current = QDir::cleanPath(QDir::fromNativeSeparators(path.trimmed()));
-    if (current.isEmpty())
-        return false;
-    while (true) {
-        if (isLink(current))
-            return true;
-        const QString parent = QFileInfo(current).path();
-        if (parent.isEmpty() || parent.compare(current, Qt::CaseInsensitive) == 0 || parent == QLatin1String("."))
-            return false;
-        current = parent;
+    return anyPathHasLink({ path });
+}
+
+bool anyPathHasLink(std::initializer_list<QString> paths)
+{
+    // Compared exactly: a directory spelled in another case is merely looked at twice.
+    QStringList linkFree;
+    for (const QString &path : paths) {
+        QString current = QDir::cleanPath(QDir::fromNativeSeparators(path.trimmed()));
+        while (!current.isEmpty()) {
+            if (linkFree.contains(current))
+                break;
+            if (isLink(current))
+                return true;
+            linkFree.append(current);
+            const QString parent = QFileInfo(current).path();
+            if (parent.isEmpty() || parent.compare(current, Qt::CaseInsensitive) == 0 || parent == QLatin1String("."))
+                break;
+            current = parent;
+        }
     }
+    return false;
 }
 
 bool removeTree(const QString &path)

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <initializer_list>
+
 // Symbolic links and junctions are how an unprivileged user redirects an elevated installer's
 // writes, so every path the installer writes through is checked with these first. On Windows a
 // link is recognised by its reparse-point attribute and tag, never by the look of the path.
@@ -17,6 +19,10 @@ bool exists(const QString &path);
 // True when the path or any of its ancestors up to the volume root is a link. The path is
 // cleaned first; components that do not exist yet are allowed.
 bool pathHasLink(const QString &path);
+
+// pathHasLink() for several paths at once, as one move or one undo step needs them: a directory
+// the paths share (the installation's parent, the volume's top folders) is looked at once.
+bool anyPathHasLink(std::initializer_list<QString> paths);
 
 // Removes a directory tree without ever following a link or junction inside it: a link is
 // removed itself, its target is left alone. An elevated installer deleting a directory the user

@@ -342,6 +342,63 @@ void JournalTest::recordLifecycle()
     QVERIFY(!committed || !OverlayTransaction::rollback(&state, &error));
 }
 
+// Enough files that the digests are taken on several threads: every recorded digest must
+// belong to its own path, and one file that cannot be read must still stop the transaction.
+void JournalTest::manyFilesAreRecordedOneByOne_data()
+{
+    QTest::addColumn<int>("unreadable");
+    QTest::newRow("every file readable") << -1;
+    QTest::newRow("an old entry late in the list is a directory") << 397;
+    QTest::newRow("the first old entry is a directory") << 0;
+}
+
+void JournalTest::manyFilesAreRecordedOneByOne()
+{
+    QFETCH(int, unreadable);
+    TreeFixture::Files installed;
+    TreeFixture::Files payload;
+    QString blockedName;
+    for (int i = 0; i < 400; ++i) {
+        const QString name = QStringLiteral("dir%1/file%2.bin").arg(i % 7).arg(i, 3, 10, QLatin1Char('0'));
+        payload.insert(name, QByteArray(100 + i * 37, char('a' + i % 26)) + QByteArray::number(i));
+        if (i == unreadable)
+            blockedName = name;
+        else if (i % 3 != 1)
+            installed.insert(name, "old " + QByteArray::number(i));
+    }
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp(installed, payload));
+    const QString blocked = blockedName.isEmpty() ? QString() : fixture.root() + QLatin1Char('/') + blockedName;
+    if (!blocked.isEmpty())
+        QVERIFY(QDir().mkpath(blocked));
+    const auto before = TreeFixture::snapshot(fixture.root());
+
+    OverlayTransaction::State state;
+    QString error;
+    const bool begun = OverlayTransaction::begin(fixture.root(), fixture.stage(), &state, &error);
+    if (!blocked.isEmpty()) {
+        QVERIFY(!begun);
+        QCOMPARE(error, QStringLiteral("Unable to verify transaction file: ") + blocked);
+        QVERIFY(!QFileInfo::exists(OverlayTransaction::path(fixture.root())));
+        QCOMPARE(TreeFixture::snapshot(fixture.root()), before);
+        return;
+    }
+    QVERIFY2(begun, qPrintable(error));
+    const auto oldDigests = TreeFixture::snapshot(fixture.root());
+    const auto newDigests = TreeFixture::snapshot(fixture.stage());
+    const QJsonArray files = state.record.value(QStringLiteral("files")).toArray();
+    QCOMPARE(files.size(), payload.size());
+    for (const QJsonValue &value : files) {
+        const QJsonObject file = value.toObject();
+        const QString path = file.value(QStringLiteral("path")).toString();
+        QCOMPARE(file.value(QStringLiteral("new")).toString(), newDigests.value(path));
+        QCOMPARE(file.value(QStringLiteral("hadOld")).toBool(), installed.contains(path));
+        QCOMPARE(file.value(QStringLiteral("old")).toString(), oldDigests.value(path));
+    }
+    QVERIFY(OverlayTransaction::rollback(&state, &error));
+    QCOMPARE(TreeFixture::snapshot(fixture.root()), before);
+}
+
 void JournalTest::damagedUninstallSnapshotKeepsTheRecord_data()
 {
     // The snapshot is a count, then a name, a type tag and a value per entry.

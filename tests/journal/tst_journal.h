@@ -21,6 +21,8 @@ private slots:
     void foreignContentIsLeftAlone();
     void recordLifecycle_data();
     void recordLifecycle();
+    void manyFilesAreRecordedOneByOne_data();
+    void manyFilesAreRecordedOneByOne();
     void damagedUninstallSnapshotKeepsTheRecord_data();
     void damagedUninstallSnapshotKeepsTheRecord();
 

@@ -23,6 +23,8 @@ private slots:
     void quoting_data();
     void quoting();
     void linksAreRecognised();
+    void linkAmongSeveralPaths_data();
+    void linkAmongSeveralPaths();
     void desktopUserRegistryPaths();
 #ifdef Q_OS_WIN
     void launchChoosesTheToken_data();
@@ -105,6 +107,43 @@ void SystemTest::linksAreRecognised()
         QVERIFY(FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/dir-link/inner/x.txt")));
         QVERIFY(!FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/real/inner/x.txt")));
     }
+#endif
+}
+
+// Paths checked together share the look at their common directories; a link in any path's own
+// part, or in the shared part, must still be found whichever path comes first.
+void SystemTest::linkAmongSeveralPaths_data()
+{
+    QTest::addColumn<QString>("first");
+    QTest::addColumn<QString>("second");
+    QTest::addColumn<bool>("hasLink");
+    QTest::newRow("both plain") << "root/a/file" << "root.backup/a/file" << false;
+    QTest::newRow("second runs through a link") << "root/a/file" << "root.backup/link/file" << true;
+    QTest::newRow("first runs through a link") << "root.backup/link/file" << "root/a/file" << true;
+    QTest::newRow("same directory, second is the link") << "root/a/file" << "root/a/link" << true;
+    QTest::newRow("shared parent is the link") << "shared-link/a/file" << "shared-link/b/file" << true;
+    QTest::newRow("same path twice") << "root/a/file" << "root/a/file" << false;
+}
+
+void SystemTest::linkAmongSeveralPaths()
+{
+#ifdef Q_OS_WIN
+    QSKIP("Windows code cannot create links under Wine; the host covers the path logic.");
+#else
+    QFETCH(QString, first);
+    QFETCH(QString, second);
+    QFETCH(bool, hasLink);
+    QTemporaryDir temp;
+    QVERIFY(temp.isValid());
+    for (const char *directory : { "root/a", "root.backup/a", "elsewhere" })
+        QVERIFY(QDir().mkpath(temp.filePath(QLatin1String(directory))));
+    const auto link = [&temp](const char *at) {
+        return ::symlink(QFile::encodeName(temp.filePath(QStringLiteral("elsewhere"))).constData(),
+                         QFile::encodeName(temp.filePath(QLatin1String(at))).constData()) == 0;
+    };
+    QVERIFY(link("root.backup/link") && link("root/a/link") && link("shared-link"));
+    QCOMPARE(FileLinks::anyPathHasLink({ temp.filePath(first), temp.filePath(second) }), hasLink);
+    QCOMPARE(FileLinks::pathHasLink(temp.filePath(first)) || FileLinks::pathHasLink(temp.filePath(second)), hasLink);
 #endif
 }
 
