@@ -223,10 +223,7 @@ QString path(const QString &root)
 
 bool regular(const QString &path)
 {
-    const QString cleaned = clean(path);
-    if (cleaned.isEmpty() || !QDir::isAbsolutePath(cleaned))
-        return false;
-    return !FileLinks::pathHasLink(cleaned);
+    return regular({ path });
 }
 
 bool regular(std::initializer_list<QString> paths)
