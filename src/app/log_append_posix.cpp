@@ -9,7 +9,8 @@ namespace LogAppend {
 
 bool appendLine(const QString &path, const QByteArray &line)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    // The log folder is writable by the user; a link planted as the day's file is refused.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
     if (fd < 0)
         return false;
     const ssize_t written = ::write(fd, line.constData(), size_t(line.size()));

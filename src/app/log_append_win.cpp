@@ -18,11 +18,16 @@ HANDLE appendMutex()
 bool appendUnlocked(const QString &path, const QByteArray &line)
 {
     // FILE_APPEND_DATA without write access makes every WriteFile land at the current end of
-    // file.
-    const UniqueHandle file(CreateFileW(wideChars(QDir::toNativeSeparators(path)), FILE_APPEND_DATA | SYNCHRONIZE,
+    // file. The log folder is writable by the user, so a link planted as the day's file is opened
+    // as itself and refused, never followed.
+    const UniqueHandle file(CreateFileW(wideChars(QDir::toNativeSeparators(path)), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                        OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+                                        OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     if (file.get() == INVALID_HANDLE_VALUE || !file)
+        return false;
+    BY_HANDLE_FILE_INFORMATION opened {};
+    if (!GetFileInformationByHandle(file.get(), &opened)
+        || (opened.dwFileAttributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)))
         return false;
     DWORD written = 0;
     return WriteFile(file.get(), line.constData(), DWORD(line.size()), &written, nullptr)

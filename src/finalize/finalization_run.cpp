@@ -222,7 +222,7 @@ bool FinalizationRun::passPointOfNoReturn()
         InstallerLogger::write(QStringLiteral("CRITICAL: unable to commit the installation recovery record: %1").arg(detail));
     } else if (!OverlayTransaction::recover(m_in.installDir, &detail)) {
         InstallerLogger::write(QStringLiteral("Unable to retire the committed recovery record: %1").arg(detail));
-    } else if (QFileInfo::exists(m_backupDir) && !FileLinks::removeTree(m_backupDir)) {
+    } else if (QFileInfo::exists(m_backupDir) && !InPlaceInstall::removeDirectoryTree(m_backupDir)) {
         // With the record retired the old files are no longer needed for any recovery.
         InstallerLogger::write(QStringLiteral("Unable to remove the installation backup: %1").arg(m_backupDir));
     }
@@ -242,7 +242,7 @@ void FinalizationRun::runOptionalSteps()
 void FinalizationRun::removeStagingDirectory()
 {
     for (int attempt = 1; attempt <= 3; ++attempt) {
-        if (!QFileInfo::exists(m_in.stagingDir) || FileLinks::removeTree(m_in.stagingDir))
+        if (!QFileInfo::exists(m_in.stagingDir) || InPlaceInstall::removeDirectoryTree(m_in.stagingDir))
             return;
         InstallerLogger::write(QStringLiteral("Unable to remove temporary installation directory: attempt=%1 path=%2").arg(attempt).arg(m_in.stagingDir));
         if (attempt < 3)

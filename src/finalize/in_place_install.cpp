@@ -8,13 +8,65 @@
 
 #include <QDir>
 #include <QDirIterator>
+#include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
 
 #include <algorithm>
 
 namespace InPlaceInstall {
 
 namespace {
+
+enum class Leftover { None, NumberedBackup, TransactionBackup, Staging };
+
+bool allDecimalDigits(const QString &text)
+{
+    return !text.isEmpty() && std::all_of(text.cbegin(), text.cend(), [](QChar c) {
+        return (c >= QLatin1Char('0') && c <= QLatin1Char('9')) || c.category() == QChar::Number_DecimalDigit;
+    });
+}
+
+// What the part of a sibling's name behind the installation's name says it is: an earlier
+// installer's numbered backup, or this installer's own transaction backup or staging folder.
+Leftover leftoverKind(const QString &suffix)
+{
+    static const QRegularExpression transaction(QStringLiteral("^\\.backup-transaction-[0-9a-f]{32}$"));
+    static const QRegularExpression staging(QStringLiteral("^\\.installing-[0-9]+-[0-9]+$"));
+    const QLatin1String numbered(".backup-");
+    if (suffix.startsWith(numbered) && allDecimalDigits(suffix.mid(numbered.size())))
+        return Leftover::NumberedBackup;
+    if (transaction.match(suffix).hasMatch())
+        return Leftover::TransactionBackup;
+    if (staging.match(suffix).hasMatch())
+        return Leftover::Staging;
+    return Leftover::None;
+}
+
+// Adds the folders the installation's recovery records name to referenced; false when a record
+// exists but cannot be read.
+bool referencedByRecords(const QString &installDir, QStringList *referenced)
+{
+    bool readable = true;
+    for (const char *record : { ".install-transaction.json", ".legacy-migration.json" }) {
+        QFile file(installDir + QLatin1Char('/') + QLatin1String(record));
+        if (!FileLinks::exists(file.fileName()))
+            continue;
+        const QJsonDocument document = file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.read(16 * 1024 * 1024)) : QJsonDocument();
+        if (!document.isObject()) {
+            readable = false;
+            continue;
+        }
+        for (const char *key : { "stage", "staging", "backup" }) {
+            const QString path = document.object().value(QLatin1String(key)).toString();
+            if (!path.isEmpty())
+                referenced->append(QDir::cleanPath(QFileInfo(QDir::fromNativeSeparators(path)).absoluteFilePath()));
+        }
+    }
+    return readable;
+}
 
 bool cancelled(const std::atomic<bool> *cancelRequested)
 {
@@ -172,11 +224,20 @@ bool rollbackStagedFiles(const QString &stagingDir, const QString &installDir, c
         complete = false;
     }
     if (complete && state.createdBackupRoot && QFileInfo(backupDir).isDir()) {
-        if (!OverlayTransaction::regular(backupDir) || !QDir(backupDir).removeRecursively())
+        if (!OverlayTransaction::regular(backupDir) || !removeDirectoryTree(backupDir))
             return false;
         DiskSteps::passed("remove directory tree");
     }
     return complete;
+}
+
+bool removeDirectoryTree(const QString &path)
+{
+    QStringList links;
+    const bool removed = FileLinks::removeTree(path, &links);
+    for (const QString &link : links)
+        InstallerLogger::write(QStringLiteral("Removal did not follow link: %1").arg(link));
+    return removed;
 }
 
 void cleanupHistoricalBackupDirectories(const QString &installDir, const QString &currentBackupDir)
@@ -185,23 +246,30 @@ void cleanupHistoricalBackupDirectories(const QString &installDir, const QString
     const QString name = install.fileName();
     if (name.isEmpty())
         return;
-    const QString prefix = name + QStringLiteral(".backup-");
     const QString current = QDir::cleanPath(QFileInfo(currentBackupDir).absoluteFilePath());
-    QDirIterator list(install.path(), { prefix + QLatin1Char('*') },
-                      QDir::Dirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    QStringList kept { current };
+    // Folders a recovery record still names belong to that recovery; an unreadable record keeps
+    // every leftover of ours.
+    const bool leftoversFree = referencedByRecords(install.filePath(), &kept);
+    QDirIterator list(install.path(), { name + QStringLiteral(".*") }, QDir::Dirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     while (list.hasNext()) {
         const QString candidate = list.next();
-        const QString rest = list.fileName().mid(prefix.size());
-        const bool digits = !rest.isEmpty() && std::all_of(rest.cbegin(), rest.cend(), [](QChar c) {
-            return (c >= QLatin1Char('0') && c <= QLatin1Char('9')) || c.category() == QChar::Number_DecimalDigit;
-        });
-        if (!digits || !list.fileName().startsWith(prefix, Qt::CaseInsensitive))
+        const QString suffix = list.fileName().mid(name.size());
+        const Leftover kind = leftoverKind(suffix);
+        if (kind == Leftover::None || (kind != Leftover::NumberedBackup && !leftoversFree))
             continue;
-        if (QDir::cleanPath(QFileInfo(candidate).absoluteFilePath()).compare(current, Qt::CaseInsensitive) == 0)
+        if (!list.fileName().startsWith(name, Qt::CaseInsensitive))
+            continue;
+        const QString absolute = QDir::cleanPath(QFileInfo(candidate).absoluteFilePath());
+        if (std::any_of(kept.cbegin(), kept.cend(), [&](const QString &path) { return path.compare(absolute, Qt::CaseInsensitive) == 0; }))
             continue;
         if (FileLinks::isLink(candidate))
             continue;
-        if (QDir(candidate).removeRecursively())
+        const bool removed = removeDirectoryTree(candidate);
+        if (kind != Leftover::NumberedBackup)
+            InstallerLogger::write(removed ? QStringLiteral("Removed leftover installation folder: %1").arg(candidate)
+                                           : QStringLiteral("Unable to remove leftover installation folder; leaving it for a future attempt: %1").arg(candidate));
+        else if (removed)
             InstallerLogger::write(QStringLiteral("Removed historical installation backup: %1").arg(candidate));
         else
             InstallerLogger::write(QStringLiteral("Unable to remove historical installation backup; leaving it for a future attempt: %1").arg(candidate));

@@ -37,7 +37,12 @@ bool installStagedFilesInPlace(const QString &stagingDir, const QString &install
 bool rollbackStagedFiles(const QString &stagingDir, const QString &installDir, const QString &backupDir,
                          const OverlayState &state);
 
-// Removes "<name>.backup-<digits>" siblings left by earlier installations, never the current one.
+// Removes a tree with the link-refusing removal and logs every link it met and did not follow.
+bool removeDirectoryTree(const QString &path);
+
+// Removes "<name>.backup-<digits>" siblings left by earlier installations, and this installer's
+// own ".backup-transaction-<id>" and ".installing-<pid>-<n>" siblings that no recovery record
+// names; never the current backup.
 void cleanupHistoricalBackupDirectories(const QString &installDir, const QString &currentBackupDir);
 
 bool setDirectoryHidden(const QString &directory, bool hidden);

@@ -1,4 +1,5 @@
 #include "system/file_links.h"
+#include "system/tree_removal.h"
 
 #include <QDir>
 #include <QFile>
@@ -33,24 +34,26 @@ bool anyPathHasLink(std::initializer_list<QString> paths)
     return false;
 }
 
-bool removeTree(const QString &path)
+bool removeTree(const QString &path, QStringList *linksNotFollowed)
 {
-    if (isLink(path)) {
-        // The entry itself, never what it points at.
-        return QFile::remove(path) || QDir().rmdir(path);
+    const QString top = QDir::cleanPath(QFileInfo(QDir::fromNativeSeparators(path.trimmed())).absoluteFilePath());
+    if (path.trimmed().isEmpty() || pathHasLink(QFileInfo(top).path()))
+        return false;
+    TreeRemoval::Report report;
+#ifdef Q_OS_WIN
+    const bool removed = TreeRemoval::removeTree(QDir::toNativeSeparators(top).toStdWString(), &report);
+    for (const std::wstring &link : report.links) {
+        if (linksNotFollowed)
+            linksNotFollowed->append(QDir::fromNativeSeparators(QString::fromStdWString(link)));
     }
-    const QFileInfo info(path);
-    if (!info.exists())
-        return true;
-    if (!info.isDir()) {
-        QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::WriteOwner);
-        return QFile::remove(path);
+#else
+    const bool removed = TreeRemoval::removeTree(QFile::encodeName(top).toStdString(), &report);
+    for (const std::string &link : report.links) {
+        if (linksNotFollowed)
+            linksNotFollowed->append(QFile::decodeName(QByteArray::fromStdString(link)));
     }
-    bool removed = true;
-    const QFileInfoList entries = QDir(path).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    for (const QFileInfo &entry : entries)
-        removed = removeTree(entry.filePath()) && removed;
-    return QDir().rmdir(path) && removed;
+#endif
+    return removed;
 }
 
 } // namespace FileLinks

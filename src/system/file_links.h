@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <initializer_list>
 
@@ -24,9 +25,11 @@ bool pathHasLink(const QString &path);
 // the paths share (the installation's parent, the volume's top folders) is looked at once.
 bool anyPathHasLink(std::initializer_list<QString> paths);
 
-// Removes a directory tree without ever following a link or junction inside it: a link is
-// removed itself, its target is left alone. An elevated installer deleting a directory the user
-// can write to must never be redirected into system files. True when nothing is left.
-bool removeTree(const QString &path);
+// Removes a directory tree through the one link-refusing removal (TreeRemoval): a link or
+// junction inside it, or the path itself if it is one, is removed as an entry and never entered,
+// so an elevated installer deleting a directory the user can write to is never redirected into
+// other files. Refused when an ancestor of the path is a link. The links met are appended to
+// linksNotFollowed, for the caller's log. True when nothing is left.
+bool removeTree(const QString &path, QStringList *linksNotFollowed = nullptr);
 
 } // namespace FileLinks

@@ -651,7 +651,7 @@ void InstallationFlow::cleanupStagingAsync(const QString &path, bool thenQuit)
             // A cancelled extractor may still be finishing its current block; give it a moment
             // to let go of the file it was writing.
             for (int attempt = 0; attempt < 50 && !removed; ++attempt) {
-                removed = FileLinks::removeTree(path);
+                removed = InPlaceInstall::removeDirectoryTree(path);
                 if (!removed)
                     QThread::msleep(100);
             }

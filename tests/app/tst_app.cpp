@@ -338,6 +338,17 @@ void AppTest::logFallsBackWhenTheDayFileCannotBeOpened()
         QDir::Files);
     QCOMPARE(fallbacks.size(), 1);
     QVERIFY(readLines(QDir(root).filePath(fallbacks.first())).first().endsWith(QLatin1String("  kept")));
+#ifndef Q_OS_WIN
+    // A link planted as the day's file is refused, not written through: its target stays as it was.
+    const QString linkedRoot = temp.filePath(QStringLiteral("linked-log"));
+    QFile target(temp.filePath(QStringLiteral("target.txt")));
+    QVERIFY(QDir().mkpath(linkedRoot) && target.open(QIODevice::WriteOnly) && target.write("untouched") == 9);
+    target.close();
+    QVERIFY(QFile::link(target.fileName(), dayLog(linkedRoot)));
+    InstallerLogger::writeTo(linkedRoot, QStringLiteral("not through the link"));
+    QVERIFY(target.open(QIODevice::ReadOnly));
+    QCOMPARE(target.readAll(), QByteArray("untouched"));
+#endif
     // A log root that cannot be created (below a file) loses the line quietly.
     QFile file(temp.filePath(QStringLiteral("plain-file")));
     QVERIFY(file.open(QIODevice::WriteOnly));

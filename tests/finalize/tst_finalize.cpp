@@ -1,9 +1,12 @@
+#include "app/app_paths.h"
 #include "finalize/in_place_install.h"
 #include "journal/tree_fixture.h"
+#include "support/test_links.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QDate>
 #include <QTest>
 
 #include <atomic>
@@ -15,6 +18,12 @@ namespace {
 QString backupOf(const TreeFixture &fixture)
 {
     return fixture.base() + QStringLiteral("/BrisaLinker.backup-transaction-0123456789abcdef0123456789abcdef");
+}
+
+QString todaysLog()
+{
+    QFile log(AppPaths::installerLogRoot() + QStringLiteral("/installer-%1.log").arg(QDate::currentDate().toString(QStringLiteral("yyyyMMdd"))));
+    return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
 }
 
 } // namespace
@@ -32,6 +41,8 @@ private slots:
     void aNewFileThatCannotGoBackKeepsTheBackup();
     void historicalBackups_data();
     void historicalBackups();
+    void removalsNeverFollowALink_data();
+    void removalsNeverFollowALink();
 };
 
 void FinalizeTest::installAndRollBack_data()
@@ -79,10 +90,8 @@ void FinalizeTest::failuresLeaveAnUndoableState_data()
     QTest::newRow("a directory where a file should be replaced") << "target-directory" << 3;
     QTest::newRow("a file where a directory must be made") << "parent-file" << 0;
     QTest::newRow("a cancel before the first file moves nothing") << "cancel" << 0;
-#ifndef Q_OS_WIN
     QTest::newRow("a link in the staged tree moves nothing") << "staged-link" << 0;
     QTest::newRow("a link where a directory must be made") << "target-link" << 3;
-#endif
 }
 
 void FinalizeTest::failuresLeaveAnUndoableState()
@@ -103,12 +112,11 @@ void FinalizeTest::failuresLeaveAnUndoableState()
     else if (obstacle == QLatin1String("cancel"))
         cancel.store(true);
     else if (obstacle == QLatin1String("staged-link"))
-        QVERIFY(QFile::link(fixture.root(), fixture.stage() + "/plugins/escape"));
+        QVERIFY(TestLinks::makeDirectoryLink(fixture.root(), fixture.stage() + "/plugins/escape"));
     else if (obstacle == QLatin1String("target-link")) {
         QVERIFY(QDir().mkpath(fixture.base() + "/elsewhere"));
-        QVERIFY(QFile::link(fixture.base() + "/elsewhere", fixture.root() + "/cfgdata-link"));
-        QDir(fixture.root()).rename("cfgdata", "cfgdata-real");
-        QVERIFY(QFile::rename(fixture.root() + "/cfgdata-link", fixture.root() + "/cfgdata"));
+        QVERIFY(QDir(fixture.root()).rename("cfgdata", "cfgdata-real"));
+        QVERIFY(TestLinks::makeDirectoryLink(fixture.base() + "/elsewhere", fixture.root() + "/cfgdata"));
     }
     const auto rootBefore = TreeFixture::snapshot(fixture.root());
     const auto stageBefore = TreeFixture::snapshot(fixture.stage());
@@ -154,26 +162,88 @@ void FinalizeTest::aNewFileThatCannotGoBackKeepsTheBackup()
 void FinalizeTest::historicalBackups_data()
 {
     QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("record");
     QTest::addColumn<bool>("removed");
-    QTest::newRow("a numbered backup is removed") << "BrisaLinker.backup-1700000000" << true;
-    QTest::newRow("a backup with a suffix of 12a is kept") << "BrisaLinker.backup-12a" << false;
-    QTest::newRow("a backup with an empty suffix is kept") << "BrisaLinker.backup-" << false;
-    QTest::newRow("the current backup is kept") << "BrisaLinker.backup-42" << false;
-    QTest::newRow("a transaction backup is not historical") << "BrisaLinker.backup-transaction-0123" << false;
-    QTest::newRow("another product's backup is kept") << "Other.backup-17" << false;
+    const QByteArray none;
+    QTest::newRow("a numbered backup is removed") << "BrisaLinker.backup-1700000000" << none << true;
+    QTest::newRow("a backup with a suffix of 12a is kept") << "BrisaLinker.backup-12a" << none << false;
+    QTest::newRow("a backup with an empty suffix is kept") << "BrisaLinker.backup-" << none << false;
+    QTest::newRow("the current backup is kept") << "BrisaLinker.backup-42" << none << false;
+    QTest::newRow("a transaction backup with a short id is not ours") << "BrisaLinker.backup-transaction-0123" << none << false;
+    QTest::newRow("a transaction backup no record names is removed") << "BrisaLinker.backup-transaction-0123456789abcdef0123456789abcdef" << none << true;
+    QTest::newRow("a staging folder no record names is removed") << "BrisaLinker.installing-12-34" << none << true;
+    QTest::newRow("a staging folder with a word in its suffix is kept") << "BrisaLinker.installing-12-x" << none << false;
+    QTest::newRow("a staging folder a recovery record names is kept")
+        << "BrisaLinker.installing-12-34" << QByteArray("{\"stage\":\"BASE/BrisaLinker.installing-12-34\"}") << false;
+    QTest::newRow("an unreadable recovery record keeps every leftover of ours") << "BrisaLinker.installing-12-34" << QByteArray("{cut") << false;
+    QTest::newRow("an unreadable recovery record does not keep a numbered backup") << "BrisaLinker.backup-9" << QByteArray("{cut") << true;
+    QTest::newRow("another product's backup is kept") << "Other.backup-17" << none << false;
 }
 
 void FinalizeTest::historicalBackups()
 {
     QFETCH(QString, name);
+    QFETCH(QByteArray, record);
     QFETCH(bool, removed);
     TreeFixture fixture;
-    QVERIFY(fixture.setUp(TreeFixture::installation(), {}));
+    TreeFixture::Files installed = TreeFixture::installation();
+    if (!record.isEmpty())
+        installed.insert(QStringLiteral(".install-transaction.json"), record.replace("BASE", fixture.base().toUtf8()));
+    QVERIFY(fixture.setUp(installed, {}));
     const QString candidate = fixture.base() + QLatin1Char('/') + name;
     QVERIFY(TreeFixture::write(candidate + "/old/file.dll", "old"));
     cleanupHistoricalBackupDirectories(fixture.root(), fixture.base() + "/BrisaLinker.backup-42");
     QCOMPARE(!QFileInfo::exists(candidate), removed);
-    QCOMPARE(TreeFixture::snapshot(fixture.root()), TreeFixture::expected(TreeFixture::installation()));
+    QCOMPARE(TreeFixture::snapshot(fixture.root()), TreeFixture::expected(installed));
+}
+
+// A user may plant a link to anything inside the folders the elevated installer removes; each
+// removal takes the link away at most, and never what it points to.
+void FinalizeTest::removalsNeverFollowALink_data()
+{
+    QTest::addColumn<QString>("where");
+    QTest::addColumn<bool>("removalLogged");
+    QTest::newRow("inside a numbered historical backup") << "BrisaLinker.backup-17/deep" << true;
+    QTest::newRow("inside a leftover transaction backup") << "BrisaLinker.backup-transaction-fedcba9876543210fedcba9876543210" << true;
+    QTest::newRow("inside a leftover staging folder") << "BrisaLinker.installing-3-4/sub" << true;
+    QTest::newRow("inside this run's backup when a failed install is rolled back") << "this-backup" << true;
+    QTest::newRow("inside the staging directory when it is removed") << "stage" << true;
+    QTest::newRow("inside a directory the install made, during rollback") << "created" << false;
+}
+
+void FinalizeTest::removalsNeverFollowALink()
+{
+    QFETCH(QString, where);
+    QFETCH(bool, removalLogged);
+    TreeFixture fixture;
+    TreeFixture::Files payload = TreeFixture::payload();
+    payload.insert(QStringLiteral("fresh/new.dll"), "n");
+    QVERIFY(fixture.setUp(TreeFixture::installation(), payload));
+    const QString canaries = fixture.base() + QStringLiteral("/canaries");
+    QVERIFY(TreeFixture::write(canaries + "/precious.txt", "keep me") && TreeFixture::write(canaries + "/sub/deeper.txt", "and me"));
+    const auto canariesBefore = TreeFixture::snapshot(canaries);
+    const QString backup = backupOf(fixture);
+
+    QString link;
+    if (where == QLatin1String("this-backup") || where == QLatin1String("created")) {
+        OverlayState state;
+        QVERIFY(installStagedFilesInPlace(fixture.stage(), fixture.root(), backup, &state, nullptr));
+        link = (where == QLatin1String("created") ? fixture.root() + "/fresh" : backup) + "/planted";
+        QVERIFY(TestLinks::makeDirectoryLink(canaries, link));
+        QVERIFY(!rollbackStagedFiles(fixture.stage(), fixture.root(), backup, state) || !QFileInfo::exists(link));
+    } else if (where == QLatin1String("stage")) {
+        link = fixture.stage() + "/planted";
+        QVERIFY(TestLinks::makeDirectoryLink(canaries, link));
+        removeDirectoryTree(fixture.stage());
+    } else {
+        link = fixture.base() + QLatin1Char('/') + where + "/planted";
+        QVERIFY(TreeFixture::write(fixture.base() + QLatin1Char('/') + where + "/own.dll", "old"));
+        QVERIFY(TestLinks::makeDirectoryLink(canaries, link));
+        cleanupHistoricalBackupDirectories(fixture.root(), backup);
+    }
+    QCOMPARE(TreeFixture::snapshot(canaries), canariesBefore);
+    if (removalLogged)
+        QVERIFY2(todaysLog().contains(QStringLiteral("Removal did not follow link: ") + link), qPrintable(link));
 }
 
 QTEST_GUILESS_MAIN(FinalizeTest)
