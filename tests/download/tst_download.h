@@ -35,6 +35,10 @@ private slots:
     void killedAndRestarted_data();
     void killedAndRestarted();
 
+    // tst_manifest_signature.cpp: the publisher's signature over the manifest.
+    void manifestSignature_data();
+    void manifestSignature();
+
     // tst_download_nginx.cpp: a real web server.
     void realServer_data();
     void realServer();
