@@ -1,6 +1,7 @@
 #include "tst_download.h"
 
 #include "download/manifest_signature.h"
+#include "support/test_signing.h"
 
 #include <QFile>
 #include <QTest>
@@ -30,6 +31,7 @@ void TestDownload::manifestSignature_data()
     QVERIFY(!manifest.isEmpty() && current.size() == 89);
     QTest::newRow("the current key over the exact bytes") << manifest << current << Check::Valid;
     QTest::newRow("the next key, during a rotation") << manifest << material(QStringLiteral("next.sig")) << Check::Valid;
+    QTest::newRow("signed at test time with the same key") << manifest << TestSigning::signatureFile(manifest) << Check::Valid;
     QTest::newRow("without its line ending") << manifest << current.trimmed() << Check::Valid;
     QTest::newRow("a key no build accepts") << manifest << material(QStringLiteral("stranger.sig")) << Check::NoKeyMatches;
     QTest::newRow("a signature of other bytes") << manifest << material(QStringLiteral("other-bytes.sig")) << Check::NoKeyMatches;
