@@ -719,6 +719,8 @@ void LocationTest::discovery_data()
 #ifdef Q_OS_WIN
     QTest::newRow("our launcher is not an earlier installation")
         << QStringList { "2|InstallLocation|%NEW" } << "" << unverified + "%NEW";
+    QTest::newRow("an installation as the earlier installer left it, with its entries")
+        << QStringList { "@earlier %OTHER/Earlier" } << "%OTHER/Earlier" << "";
 #endif
 }
 
@@ -746,6 +748,9 @@ void LocationTest::discovery()
     for (const QString &record : std::as_const(records)) {
         if (record.startsWith(QLatin1String("@file ")))
             QVERIFY(writeFile(fill(record.mid(6), false), "x"));
+        else if (record.startsWith(QLatin1String("@earlier ")))
+            QVERIFY(FakeInstallation::makeEarlierInstallation(fill(record.mid(9), false), oldLayoutExe(),
+                                                              QStringLiteral("HKEY_USERS\\") + DesktopUser::sid()));
         else if (record.startsWith(QLatin1String("@migration ")))
             QVERIFY(writeFile(fill(record.mid(11), false) + QStringLiteral("/.legacy-migration.json"),
                               "{\"sourceRoot\":\"" + temp.filePath(QStringLiteral("Elsewhere")).toUtf8() + "\"}"));

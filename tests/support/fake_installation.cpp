@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSettings>
 #include <QtEndian>
 
 #include <cstring>
@@ -57,6 +58,41 @@ bool makeUpdatable(const QString &root, const QString &launcherExe, const QStrin
     return copyExecutable(launcherExe, root + QStringLiteral("/brisalinker.exe"))
         && writeFile(root + QStringLiteral("/cfgdata/version.ini"), "[release]\r\nversion=" + version.toUtf8() + "\r\n")
         && writeFile(root + QLatin1Char('/') + version + QStringLiteral("/bl-core.exe"), minimalExecutable());
+}
+
+QList<QPair<QString, QByteArray>> earlierUserData()
+{
+    return {
+        { QStringLiteral("OBS-Studio/config/obs-studio/basic/profiles/Untitled/basic.ini"), "[General]\r\nName=Untitled\r\n" },
+        { QStringLiteral("OBS-Studio/config/obs-studio/global.ini"), "[General]\r\nFirstRun=false\r\n" },
+        { QStringLiteral("OBS-Studio/bin/64bit/obs64.exe"), minimalExecutable() },
+        { QStringLiteral("Pellacore/User Data/Default/Preferences"), "{\"profile\":{\"name\":\"Person 1\"}}" },
+        { QStringLiteral("Pellacore/User Data/Local State"), "{\"profile\":{}}" },
+    };
+}
+
+bool makeEarlierInstallation(const QString &sourceRoot, const QString &oldLayoutExe, const QString &registryRoot)
+{
+    bool made = copyExecutable(oldLayoutExe, sourceRoot + QStringLiteral("/brisalinker.exe"))
+        && copyExecutable(oldLayoutExe, sourceRoot + QStringLiteral("/updater.exe"))
+        && copyExecutable(oldLayoutExe, sourceRoot + QStringLiteral("/unins000.exe"))
+        && writeFile(sourceRoot + QStringLiteral("/unins000.dat"), QByteArray("Inno Setup Uninstall Log (b) 64-bit"))
+        && writeFile(sourceRoot + QStringLiteral("/unins000.msg"), QByteArray("Inno Setup Messages (6.0.0) (u)"));
+    for (const auto &[path, content] : earlierUserData())
+        made = made && writeFile(sourceRoot + QLatin1Char('/') + path, content);
+    if (!made || registryRoot.isEmpty())
+        return made;
+    const QString native = QDir::toNativeSeparators(sourceRoot);
+    QSettings entry(registryRoot + QStringLiteral("\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\Brisa-Linker_is1"), QSettings::NativeFormat);
+    entry.setValue(QStringLiteral("InstallLocation"), native + QLatin1Char('\\'));
+    entry.setValue(QStringLiteral("UninstallString"), QStringLiteral("\"%1\\unins000.exe\"").arg(native));
+    entry.setValue(QStringLiteral("DisplayName"), QStringLiteral("Brisa-Linker"));
+    entry.sync();
+    QSettings product(registryRoot + QStringLiteral("\\Software\\BrisaLinker"), QSettings::NativeFormat);
+    product.setValue(QStringLiteral("InstallDir"), native);
+    product.setValue(QStringLiteral("Version"), QStringLiteral("1.2.3"));
+    product.sync();
+    return entry.status() == QSettings::NoError && product.status() == QSettings::NoError;
 }
 
 } // namespace FakeInstallation

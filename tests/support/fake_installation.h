@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
+#include <QPair>
 #include <QString>
 
 // Installations on disk for tests: what an installer of ours leaves behind, and what a launcher
@@ -26,5 +28,18 @@ bool makeInstallation(const QString &root, const QString &launcherExe = QString(
 // What an automatic update expects: "brisalinker.exe" copied from `launcherExe`,
 // "cfgdata/version.ini" naming `version` as "release/version", and "<version>/bl-core.exe".
 bool makeUpdatable(const QString &root, const QString &launcherExe, const QString &version);
+
+// An installation exactly as the earlier installer left it in `sourceRoot`: the old-layout
+// "brisalinker.exe" and "updater.exe" (copies of `oldLayoutExe`, whose version resource names the
+// product without the word Launcher), the uninstaller's "unins000.exe/.dat/.msg", and the
+// component folders "OBS-Studio" and "Pellacore" holding user data. With `registryRoot` (such as
+// "HKEY_USERS\\<SID>") it also writes the earlier installer's per-user entry "Brisa-Linker_is1"
+// and its "Software\\BrisaLinker" key, both naming `sourceRoot`.
+bool makeEarlierInstallation(const QString &sourceRoot, const QString &oldLayoutExe,
+                             const QString &registryRoot = QString());
+
+// The user data makeEarlierInstallation() puts into the component folders, relative path to
+// content.
+QList<QPair<QString, QByteArray>> earlierUserData();
 
 } // namespace FakeInstallation
