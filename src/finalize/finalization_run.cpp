@@ -1,9 +1,12 @@
 #include "finalize/finalization_run.h"
 #include "finalize/installer_finalizer.h"
+#include "finalize/install_actions.h"
 #include "app/installer_logger.h"
 #include "location/installation_identity.h"
 #include "location/installation_location.h"
+#include "system/desktop_user.h"
 #include "system/file_links.h"
+#include "system/installation_permissions.h"
 #include "uninstaller/uninstall_data.h"
 
 #include <QCoreApplication>
@@ -215,6 +218,9 @@ bool FinalizationRun::passPointOfNoReturn()
     progress(95);
     if (!m_finalizer->beginCommitPhase())
         return fail(tr("Installation cancelled."));
+    // The product runs as the desktop user and must be able to update its own files; a failure
+    // leaves the former rights and never fails the installation.
+    InstallationPermissions::configureBestEffort(m_in.installDir, DesktopUser::token(), InstallerLogger::write);
     QString detail;
     // From here on nothing is rolled back: a record that could not be marked committed would make
     // the next start undo a finished installation, so the failure is only logged loudly.
@@ -231,12 +237,25 @@ bool FinalizationRun::passPointOfNoReturn()
 
 void FinalizationRun::runOptionalSteps()
 {
+    runSystemActions();
     if (InstallationLocation::rememberSuccessfulLocation(m_in.installDir, installerKey, QSettings::NativeFormat))
         InstallerLogger::write(QStringLiteral("Saved last successful installation directory: %1").arg(m_in.installDir));
     else
         InstallerLogger::write(QStringLiteral("Unable to save last successful installation directory: %1").arg(m_in.installDir));
     removeStagingDirectory();
     InPlaceInstall::cleanupHistoricalBackupDirectories(m_in.installDir, m_backupDir);
+}
+
+void FinalizationRun::runSystemActions()
+{
+    stage(tr("Configuring system..."));
+    InstallerLogger::write(QStringLiteral("Running virtual camera and firewall actions as administrator."));
+    int warnings = 0;
+    runInstallActions(m_in.installDir, m_in.otherRoot, &warnings, [this](const QString &text) { stage(text); });
+    if (warnings > 0)
+        InstallerLogger::write(QStringLiteral("Optional system actions completed with %1 warning(s); continuing installation.").arg(warnings));
+    else
+        InstallerLogger::write(QStringLiteral("Elevated install actions completed."));
 }
 
 void FinalizationRun::removeStagingDirectory()

@@ -41,6 +41,7 @@ private:
     bool markMetadataStarted();
     bool passPointOfNoReturn();
     void runOptionalSteps();
+    void runSystemActions();
     void removeStagingDirectory();
 
     bool notCancelled();

@@ -1,12 +1,16 @@
 #include "app/app_paths.h"
 #include "finalize/in_place_install.h"
+#include "finalize/install_actions.h"
 #include "journal/tree_fixture.h"
 #include "support/test_links.h"
+#include "support/log_capture.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QDate>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <atomic>
@@ -43,6 +47,11 @@ private slots:
     void historicalBackups();
     void removalsNeverFollowALink_data();
     void removalsNeverFollowALink();
+#ifdef Q_OS_WIN
+    void systemActions_data();
+    void systemActions();
+    void systemActionsUseTheRealWindowsDirectoryByDefault();
+#endif
 };
 
 void FinalizeTest::installAndRollBack_data()
@@ -245,6 +254,122 @@ void FinalizeTest::removalsNeverFollowALink()
     if (removalLogged)
         QVERIFY2(todaysLog().contains(QStringLiteral("Removal did not follow link: ") + link), qPrintable(link));
 }
+
+#ifdef Q_OS_WIN
+namespace {
+
+// The ten runs of an installation into root, in order: program and arguments joined by "|".
+QStringList tenRuns(const QString &root)
+{
+    const QString modules = QDir::toNativeSeparators(root + QStringLiteral("/OBS-Studio/data/obs-plugins/win-dshow/"));
+    QStringList runs { "SysWOW64/regsvr32.exe|/s|/i|" + modules + "obs-virtualcam-module32.dll",
+                       "System32/regsvr32.exe|/s|/i|" + modules + "obs-virtualcam-module64.dll" };
+    for (const char *rule : { "brisalinker|brisalinker.exe", "BrisaLinker Updater|updater.exe" }) {
+        const QString name = QString::fromLatin1(rule).section(QLatin1Char('|'), 0, 0);
+        const QString program = QDir::toNativeSeparators(root + QLatin1Char('/') + QString::fromLatin1(rule).section(QLatin1Char('|'), 1));
+        for (const QLatin1String protocol : { QLatin1String("TCP"), QLatin1String("UDP") }) {
+            runs << "System32/netsh.exe|advfirewall|firewall|delete|rule|name=" + name + "|dir=in|program=" + program + "|protocol=" + protocol;
+            runs << "System32/netsh.exe|advfirewall|firewall|add|rule|name=" + name + "|dir=in|action=allow|program=" + program
+                    + "|enable=yes|profile=any|protocol=" + protocol;
+        }
+    }
+    return runs;
+}
+
+} // namespace
+
+void FinalizeTest::systemActions_data()
+{
+    QTest::addColumn<QStringList>("programs"); // present under the Windows directory, with any marker
+    QTest::addColumn<int>("warnings");
+    QTest::addColumn<QList<int>>("ran"); // which of the ten runs happened
+    QTest::addColumn<QString>("problem"); // the line that tells the warning
+
+    const QStringList all { "SysWOW64/regsvr32.exe", "System32/regsvr32.exe", "System32/netsh.exe" };
+    const QList<int> ten { 0, 1, 2, 3, 4, 5, 6, 7, 8, 9 };
+    QTest::newRow("every program present runs ten times in order without a warning") << all << 0 << ten << QString();
+    QTest::newRow("a system without SysWOW64 costs one warning and still registers the 64-bit camera")
+        << all.mid(1) << 1 << ten.mid(1) << "Optional system action skipped; file is missing: %1/SysWOW64/regsvr32.exe";
+    QTest::newRow("a registration that exits with an error costs one warning")
+        << (all + QStringList { "System32/regsvr32.exe.fail" }) << 1 << ten
+        << "Optional system action failed: Register 64-bit virtual camera; exit code=3";
+    QTest::newRow("a hanging registration is killed after 30 seconds and the rest still run")
+        << (all + QStringList { "SysWOW64/regsvr32.exe.hang" }) << 1 << ten
+        << "Optional system action timed out after 30 seconds: Register 32-bit virtual camera";
+    QTest::newRow("without the firewall program the rules are skipped with one warning")
+        << all.mid(0, 2) << 1 << ten.mid(0, 2) << "Firewall program is missing; rules skipped: %1/System32/netsh.exe";
+}
+
+void FinalizeTest::systemActions()
+{
+    QFETCH(QStringList, programs);
+    QFETCH(int, warnings);
+    QFETCH(QList<int>, ran);
+    QFETCH(QString, problem);
+
+    QTemporaryDir temp;
+    const QString windows = temp.filePath(QStringLiteral("Windows"));
+    for (const QString &program : programs) {
+        const QString path = windows + QLatin1Char('/') + program;
+        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
+        if (program.endsWith(QLatin1String(".exe")))
+            QVERIFY(QFile::copy(QStringLiteral(BRISA_ARGUMENT_RECORDER), path));
+        else
+            QVERIFY(QFile(path).open(QIODevice::WriteOnly));
+    }
+    const QString record = temp.filePath(QStringLiteral("runs.txt"));
+    const QByteArray realWindows = qgetenv("WINDIR");
+    qputenv("WINDIR", QDir::toNativeSeparators(windows).toUtf8());
+    qputenv("BRISA_RECORD_FILE", QDir::toNativeSeparators(record).toUtf8());
+    const QString install = temp.filePath(QStringLiteral("Program Files/BrisaLinker"));
+
+    const LogCapture log;
+    QStringList stages;
+    int counted = 0;
+    QElapsedTimer clock;
+    clock.start();
+    runInstallActions(install, QString(), &counted, [&stages](const QString &text) { stages << text; });
+    const qint64 elapsed = clock.elapsed();
+    qunsetenv("BRISA_RECORD_FILE");
+    qputenv("WINDIR", realWindows);
+
+    QCOMPARE(counted, warnings);
+    QCOMPARE(stages, (QStringList { "Installing 32-bit virtual camera...", "Installing 64-bit virtual camera...", "Configuring application..." }));
+    QFile file(record);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QStringList actual;
+    for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        const QString program = QDir::fromNativeSeparators(line.section(QLatin1Char('|'), 0, 0)).section(QLatin1Char('/'), -2);
+        actual << program + QLatin1Char('|') + line.section(QLatin1Char('|'), 1);
+    }
+    QStringList expected;
+    for (int run : ran)
+        expected << tenRuns(install).at(run);
+    QCOMPARE(actual, expected);
+    if (!problem.isEmpty()) {
+        const QString line = problem.contains(QLatin1String("%1")) ? problem.arg(QDir::cleanPath(windows)) : problem;
+        QVERIFY2(log.lines().contains(line), qPrintable(log.lines().join(QLatin1Char('\n'))));
+    }
+    if (problem.contains(QLatin1String("timed out")))
+        QVERIFY(elapsed >= installActionTimeoutMs);
+}
+
+void FinalizeTest::systemActionsUseTheRealWindowsDirectoryByDefault()
+{
+    const QByteArray windows = qgetenv("WINDIR");
+    qunsetenv("WINDIR");
+    QTemporaryDir temp;
+    const LogCapture log;
+    int warnings = 0;
+    runInstallActions(temp.filePath(QStringLiteral("BrisaLinker")), QString(), &warnings, [](const QString &) {});
+    qputenv("WINDIR", windows);
+    const QStringList lines = log.lines();
+    // Wine's own programs run; whatever they answer, none of them is missing.
+    QVERIFY2(!lines.contains(QStringLiteral("Optional system action skipped; file is missing: C:/Windows/System32/regsvr32.exe")), qPrintable(lines.join('\n')));
+    QVERIFY(!lines.contains(QStringLiteral("Firewall program is missing; rules skipped: C:/Windows/System32/netsh.exe")));
+    QCOMPARE(lines.filter(QStringLiteral("Running optional system action: ")).size(), 10);
+}
+#endif
 
 QTEST_GUILESS_MAIN(FinalizeTest)
 #include "tst_finalize.moc"

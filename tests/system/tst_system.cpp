@@ -1,3 +1,4 @@
+#include "tst_system.h"
 #include "system/desktop_user.h"
 #include "system/file_links.h"
 #include "system/windows_command_line.h"
@@ -16,28 +17,6 @@
 #else
 #include <unistd.h>
 #endif
-
-class SystemTest : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void quoting_data();
-    void quoting();
-    void linksAreRecognised();
-    void removalNeverFollowsALink_data();
-    void removalNeverFollowsALink();
-    void linkAmongSeveralPaths_data();
-    void linkAmongSeveralPaths();
-    void desktopUserRegistryPaths();
-#ifdef Q_OS_WIN
-    void launchChoosesTheToken_data();
-    void launchChoosesTheToken();
-    void launchPassesAQuotedPathOnTheUsersDesktop();
-    void launchWithoutATokenIsUnresolved();
-    void launchAsTheRealDesktopUser();
-#endif
-};
 
 void SystemTest::quoting_data()
 {
@@ -450,4 +429,3 @@ void SystemTest::launchAsTheRealDesktopUser()
 #endif
 
 QTEST_GUILESS_MAIN(SystemTest)
-#include "tst_system.moc"

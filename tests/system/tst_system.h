@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QObject>
+
+class SystemTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void quoting_data();
+    void quoting();
+    void linksAreRecognised();
+    void removalNeverFollowsALink_data();
+    void removalNeverFollowsALink();
+    void linkAmongSeveralPaths_data();
+    void linkAmongSeveralPaths();
+    void desktopUserRegistryPaths();
+#ifdef Q_OS_WIN
+    void launchChoosesTheToken_data();
+    void launchChoosesTheToken();
+    void launchPassesAQuotedPathOnTheUsersDesktop();
+    void launchWithoutATokenIsUnresolved();
+    void launchAsTheRealDesktopUser();
+    void refusedPermissionRoots_data();
+    void refusedPermissionRoots();
+    void permissionsGrantModifyOnEveryObject();
+    void mergingKeepsDenials_data();
+    void mergingKeepsDenials();
+    void refusedPermissionTreesRollBack_data();
+    void refusedPermissionTreesRollBack();
+#endif
+};
