@@ -1,5 +1,6 @@
 #include "finalize/installer_finalizer.h"
 #include "finalize/thread_exit_order.h"
+#include "support/log_capture.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -119,6 +120,8 @@ class FinalizerTest : public QObject
 private slots:
     void finalizes_data();
     void finalizes();
+    void optionalStepFailuresStillComplete_data();
+    void optionalStepFailuresStillComplete();
     void cancelAndCommitExcludeEachOther();
     void workerThreadsEndCleanly_data();
     void workerThreadsEndCleanly();
@@ -219,6 +222,69 @@ void FinalizerTest::finalizes()
     QVERIFY(!QFileInfo::exists(staging));
     const QStringList siblings = QDir(temp.filePath(QStringLiteral("Apps"))).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     QCOMPARE(siblings, QStringList { QStringLiteral("BrisaLinker") });
+}
+
+void FinalizerTest::optionalStepFailuresStillComplete_data()
+{
+    QTest::addColumn<QString>("extraFile");
+    QTest::addColumn<QStringList>("lines"); // in this order, each the start of a logged line; %1 the root
+
+#ifdef Q_OS_WIN
+    const QString refused = QStringLiteral("Directory permission setup failed: operation=reject_service_payload path=%1/bl-maintenance.exe windows_error=5");
+    const QString granted = QStringLiteral("Product permissions configured: user_sid=S-1-5-21-");
+#else
+    const QString refused = QStringLiteral("Directory permission setup failed: operation=validate_root path=%1 windows_error=87");
+    const QString granted = refused;
+#endif
+    QTest::newRow("a refused permission setup keeps the former rights and completes")
+        << "bl-maintenance.exe"
+        << QStringList { "Configuring product directory permissions.", refused,
+                         "Product permission setup skipped; original permissions retained; installation will continue.",
+                         "Installation finalized; showing Done: %1" };
+    QTest::newRow("system actions without their programs complete with warnings")
+        << QString()
+        << QStringList { "Configuring product directory permissions.", granted, "Running virtual camera and firewall actions as administrator.",
+                         "Optional system action skipped; file is missing: ", "Optional system action skipped; file is missing: ",
+                         "Firewall program is missing; rules skipped: ",
+                         "Optional system actions completed with 3 warning(s); continuing installation.",
+                         "Installation finalized; showing Done: %1" };
+}
+
+void FinalizerTest::optionalStepFailuresStillComplete()
+{
+    QFETCH(QString, extraFile);
+    QFETCH(QStringList, lines);
+    QTemporaryDir temp;
+    const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
+    const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-7"));
+    Package package = stage(staging, true);
+    if (!extraFile.isEmpty()) {
+        put(staging + QLatin1Char('/') + extraFile, "not the product's");
+        package.files << extraFile;
+    }
+    // A Windows directory without the system programs: every action is a warning.
+    const QByteArray windows = qgetenv("WINDIR");
+    QVERIFY(QDir().mkpath(temp.filePath(QStringLiteral("Windows"))));
+    qputenv("WINDIR", QDir::toNativeSeparators(temp.filePath(QStringLiteral("Windows"))).toUtf8());
+
+    const LogCapture log;
+    InstallerFinalizer finalizer;
+    QSignalSpy completed(&finalizer, &InstallerFinalizer::completed);
+    QSignalSpy failed(&finalizer, &InstallerFinalizer::failed);
+    finalizer.finalize(staging, install, QStringLiteral("1.5.0"), package.files, package.directories, QString());
+    QTRY_VERIFY_WITH_TIMEOUT(completed.size() + failed.size() == 1, 60000);
+    qputenv("WINDIR", windows);
+    QCOMPARE(completed.size(), 1);
+
+    const QStringList logged = log.lines();
+    qsizetype at = 0;
+    for (const QString &line : lines) {
+        const QString start = line.contains(QLatin1String("%1")) ? line.arg(install) : line;
+        while (at < logged.size() && !logged.at(at).startsWith(start))
+            ++at;
+        QVERIFY2(at < logged.size(), qPrintable(QStringLiteral("missing in order: ") + start + QLatin1Char('\n') + logged.join(QLatin1Char('\n'))));
+        ++at;
+    }
 }
 
 void FinalizerTest::cancelAndCommitExcludeEachOther()
