@@ -5,7 +5,6 @@
 
 #include <QDir>
 
-#include <aclapi.h>
 #include <sddl.h>
 
 namespace InstallationPermissions {
