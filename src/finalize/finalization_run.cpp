@@ -2,6 +2,7 @@
 #include "finalize/installer_finalizer.h"
 #include "finalize/install_actions.h"
 #include "app/installer_logger.h"
+#include "browser/browser_cache_reset.h"
 #include "location/installation_identity.h"
 #include "location/installation_location.h"
 #include "system/desktop_user.h"
@@ -35,6 +36,22 @@ bool isVersionDirectoryWithCore(const QFileInfo &entry)
     static const QRegularExpression version(QStringLiteral("^[0-9]+(?:\\.[0-9]+)+$"));
     return entry.isDir() && version.match(entry.fileName()).hasMatch()
         && QFileInfo(entry.filePath() + QStringLiteral("/bl-core.exe")).isFile();
+}
+
+// Only the version whose extension update needs it; the outcome is logged and never fails the
+// installation.
+void resetBrowserWorkerCaches(const QString &installDir, const QString &version)
+{
+    if (version != QLatin1String("1.4.20"))
+        return;
+    try {
+        const BrowserCacheReset::Result result = BrowserCacheReset::forDesktopUser(installDir, version);
+        InstallerLogger::write(QStringLiteral("Browser worker cache reset: version=%1 success=%2 skipped=%3 %4")
+                                   .arg(result.version, result.success ? QStringLiteral("true") : QStringLiteral("false"),
+                                        result.skipped ? QStringLiteral("true") : QStringLiteral("false"), result.detail));
+    } catch (...) {
+        InstallerLogger::write(QStringLiteral("Browser worker cache reset skipped after an internal error; installation continues."));
+    }
 }
 
 } // namespace
@@ -244,6 +261,7 @@ void FinalizationRun::runOptionalSteps()
         InstallerLogger::write(QStringLiteral("Unable to save last successful installation directory: %1").arg(m_in.installDir));
     removeStagingDirectory();
     InPlaceInstall::cleanupHistoricalBackupDirectories(m_in.installDir, m_backupDir);
+    resetBrowserWorkerCaches(m_in.installDir, m_in.version);
 }
 
 void FinalizationRun::runSystemActions()
