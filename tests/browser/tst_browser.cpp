@@ -1,5 +1,7 @@
 #include "browser/browser_cache_reset.h"
+#include "finalize/thread_exit_order.h"
 #include "system/file_links.h"
+#include "support/test_links.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -13,8 +15,6 @@
 
 #ifdef Q_OS_WIN
 #include <windows.h>
-#else
-#include <unistd.h>
 #endif
 
 using namespace BrowserCacheReset;
@@ -98,6 +98,7 @@ class BrowserTest : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void reset_data();
     void reset();
     void rollback_data();
@@ -112,6 +113,13 @@ private slots:
     void forDesktopUserRemovesTheBackups();
 #endif
 };
+
+void BrowserTest::initTestCase()
+{
+    // The backups are removed on a thread of their own, which must end cleanly, as in the
+    // installer, even while the process exits.
+    QVERIFY(ThreadExitOrder::arranged());
+}
 
 void BrowserTest::reset_data()
 {
@@ -142,13 +150,13 @@ void BrowserTest::reset()
     QFETCH(bool, skipped);
     QFETCH(QString, detail);
 #ifdef Q_OS_WIN
-    // The Wine harness's Unix symlink "dir-link" leads to "real".
+    // Under Wine a link made at test time outlives its directory; the harness's "dir-link" leads to "real".
     QTemporaryDir temp(root == "linked" ? QStringLiteral("C:/brisa-link-fixture/real/browser-XXXXXX") : QString());
     const QString link = QString(temp.path()).replace(QStringLiteral("/real/"), QStringLiteral("/dir-link/"));
 #else
     QTemporaryDir temp;
     const QString link = temp.filePath(QStringLiteral("link"));
-    QVERIFY(::symlink(QFile::encodeName(temp.path()).constData(), QFile::encodeName(link).constData()) == 0);
+    QVERIFY(root != "linked" || TestLinks::makeDirectoryLink(temp.path(), link));
 #endif
     const QString data = temp.filePath(QStringLiteral("User Data"));
     makeUserData(data, profiles);
