@@ -2,6 +2,8 @@
 // sizes every entry, and a second pass that streams each entry to its staging file in blocks.
 #include "extract/archive_extractor.h"
 
+#include "extract/zip_entry_writer.h"
+
 #include <QDir>
 #include <QFile>
 #include <QHash>
@@ -19,12 +21,11 @@
 namespace {
 
 constexpr qsizetype maximumNameBytes = 512;
-constexpr qint64 progressStep = 262144;
 constexpr qint64 readAheadBytes = 1 << 20;
-constexpr qint64 writeBlockBytes = 256 * 1024;
 
-// Serves libzip's reads from the package file through a read-ahead window: the inflate layer
-// asks for a few KiB at a time, and one system call per request would dominate.
+// Serves libzip's reads from the package file. Headers and small entries are read a few dozen
+// bytes or KiB at a time and come from a read-ahead window, one system call per MiB; the large
+// reads of entry data go straight into the caller's buffer.
 class PackageSource
 {
 public:
@@ -90,15 +91,20 @@ private:
         qint64 done = 0;
         while (done < length && m_position < m_size) {
             const qint64 windowOffset = m_position - m_windowStart;
-            if (windowOffset < 0 || windowOffset >= qint64(m_window.size())) {
-                if (!fill(std::max(length - done, readAheadBytes)))
+            if (windowOffset >= 0 && windowOffset < qint64(m_window.size())) {
+                const qint64 take = std::min(length - done, qint64(m_window.size()) - windowOffset);
+                std::memcpy(out + done, m_window.constData() + windowOffset, size_t(take));
+                done += take;
+                m_position += take;
+            } else if (length - done >= readAheadBytes) {
+                const qint64 got = m_file.seek(m_position) ? m_file.read(out + done, length - done) : -1;
+                if (got <= 0)
                     return fail(ZIP_ER_READ);
-                continue;
+                done += got;
+                m_position += got;
+            } else if (!fill(readAheadBytes)) {
+                return fail(ZIP_ER_READ);
             }
-            const qint64 take = std::min(length - done, qint64(m_window.size()) - windowOffset);
-            std::memcpy(out + done, m_window.constData() + windowOffset, size_t(take));
-            done += take;
-            m_position += take;
         }
         return done;
     }
@@ -133,10 +139,6 @@ private:
 struct ArchiveCloser
 {
     void operator()(zip_t *archive) const { zip_discard(archive); }
-};
-struct EntryCloser
-{
-    void operator()(zip_file_t *entry) const { zip_fclose(entry); }
 };
 
 bool isReservedDeviceName(const QString &segment)
@@ -288,10 +290,9 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
 
     QList<QString> files;
     QSet<QString> listedFiles;
-    QSet<QString> directories;
+    QSet<QString> directories; // made by this run, so a later entry need not make them again
     CaseFoldedNames caseFolded;
-    qint64 lastReported = 0;
-    std::unique_ptr<char[]> block(new char[writeBlockBytes]);
+    ZipEntryWriter writer(cancelFlag, processedBytes, progress, total);
 
     for (zip_int64_t index = 0; index < entryCount; ++index) {
         if (cancelFlag.load())
@@ -314,44 +315,14 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
         }
 
         const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
-        if (slash > 0 && !staging.mkpath(path.left(slash)))
+        if (slash > 0 && !directories.contains(path.left(slash)) && !staging.mkpath(path.left(slash)))
             return finished(ZipCannotCreateDirectory, files, directories);
         addAncestors(path, &directories);
 
         QFile output(staging.filePath(path));
         if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
             return finished(ZipCannotWriteFile, files, directories);
-
-        // The write path: positioned, short writes fail, at most the declared size is accepted
-        // (a lying header cannot write past what the space check allowed for), and cancel is
-        // honoured at every block.
-        bool written = false;
-        if (std::unique_ptr<zip_file_t, EntryCloser> entry { zip_fopen_index(archive.get(), zip_uint64_t(index), 0) }) {
-            qint64 offset = 0;
-            written = true;
-            for (;;) {
-                const zip_int64_t got = zip_fread(entry.get(), block.get(), zip_uint64_t(writeBlockBytes));
-                if (got < 0) {
-                    written = false;
-                    break;
-                }
-                if (got == 0)
-                    break;
-                if (cancelFlag.load() || offset + got > qint64(stat.size) || (output.pos() != offset && !output.seek(offset))
-                    || output.write(block.get(), got) != got) {
-                    written = false;
-                    break;
-                }
-                offset += got;
-                const qint64 processed = processedBytes.fetch_add(got) + got;
-                if (progress && (processed - lastReported >= progressStep || processed == total)) {
-                    lastReported = processed;
-                    progress(processed, total);
-                }
-            }
-            written = written && offset == qint64(stat.size);
-        }
-        if (!written) {
+        if (!writer.write(archive.get(), zip_uint64_t(index), stat, output)) {
             output.close();
             output.remove();
             return finished(cancelFlag.load() ? ZipCancelled : ZipCannotExtract, files, directories);

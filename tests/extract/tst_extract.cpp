@@ -1,4 +1,5 @@
 #include "extract/archive_extractor.h"
+#include "extract/crc32.h"
 #include "zip_corpus.h"
 
 #include <QDir>
@@ -69,6 +70,8 @@ class TestExtract : public QObject
 private slots:
     void safeEntryPath_data();
     void safeEntryPath();
+    void crc32_data();
+    void crc32();
     void hostileArchive_data();
     void hostileArchive();
     void unreadablePackage_data();
@@ -133,6 +136,36 @@ void TestExtract::safeEntryPath()
     QFETCH(QByteArray, name);
     QFETCH(QString, expected);
     QCOMPARE(ArchiveExtractor::safeEntryPath(name), expected);
+}
+
+void TestExtract::crc32_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<qsizetype>("split"); // the stream is handed over in two blocks, cut here
+
+    QByteArray random(3 << 20, Qt::Uninitialized);
+    quint32 seed = 20;
+    for (char &byte : random) {
+        seed = seed * 1103515245u + 12345u;
+        byte = char(seed >> 23);
+    }
+    QTest::newRow("empty stream") << QByteArray() << qsizetype(0);
+    QTest::newRow("check value of the ZIP polynomial") << QByteArray("123456789") << qsizetype(4);
+    QTest::newRow("63 bytes, below one folding step") << random.left(63) << qsizetype(0);
+    QTest::newRow("exactly one folding step") << random.left(64) << qsizetype(64);
+    QTest::newRow("one step and a ragged tail") << random.mid(1, 64 + 16 + 7) << qsizetype(0);
+    QTest::newRow("blocks cut at odd offsets") << random.mid(3, 100000) << qsizetype(4097);
+    QTest::newRow("megabytes split mid-block") << random.mid(5, (3 << 20) - 5) << qsizetype((1 << 20) + 33);
+}
+
+void TestExtract::crc32()
+{
+    QFETCH(QByteArray, data);
+    QFETCH(qsizetype, split);
+    const quint32 first = Crc32::update(0, data.constData(), split);
+    QCOMPARE(Crc32::update(first, data.constData() + split, data.size() - split), ZipCorpus::crc32(data));
+    if (QTest::currentDataTag() == QByteArrayLiteral("check value of the ZIP polynomial"))
+        QCOMPARE(Crc32::update(0, data.constData(), data.size()), 0xCBF43926u);
 }
 
 void TestExtract::hostileArchive_data()
