@@ -50,7 +50,9 @@ bool ZipEntryWriter::write(zip_t *archive, zip_uint64_t index, const zip_stat_t 
     // No password is ever given: an encrypted entry cannot be ours.
     if ((stat.valid & ZIP_STAT_ENCRYPTION_METHOD) && stat.encryption_method != ZIP_EM_NONE)
         return false;
-    FilePreallocation::reserve(output, m_declaredSize);
+    // A file that fits in one write gains nothing from a reservation but its system call.
+    if (m_declaredSize > writeBlockBytes)
+        FilePreallocation::reserve(output, m_declaredSize);
 
     const bool described = (stat.valid & ZIP_STAT_COMP_METHOD) && (stat.valid & ZIP_STAT_CRC) && (stat.valid & ZIP_STAT_COMP_SIZE);
     if (!described || (stat.comp_method != ZIP_CM_STORE && stat.comp_method != ZIP_CM_DEFLATE))
