@@ -42,6 +42,22 @@ Run makeRelease(const QStringList &arguments)
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardError()};
 }
 
+// A tool beside make-release in tools/.
+QString toolPath(const QString &name)
+{
+    return QFileInfo(qEnvironmentVariable("BRISA_MAKE_RELEASE")).absolutePath() + QLatin1Char('/') + name;
+}
+
+// The exit code, -1 when the program did not run to its end.
+int runTool(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit)
+        return -1;
+    return process.exitCode();
+}
+
 QByteArray readAll(const QString &path)
 {
     QFile file(path);
@@ -95,6 +111,11 @@ private slots:
     void refusesWhatTheInstallerWouldRefuse_data();
     void refusesWhatTheInstallerWouldRefuse();
     void sameInputGivesTheSamePackage();
+    void signedExecutable_data();
+    void signedExecutable();
+
+private:
+    QTemporaryDir m_signers; // "publisher" and "other": throwaway CAs with a certificate each
 };
 
 void ReleaseTest::manifestDescribesThePackage_data()
@@ -222,6 +243,64 @@ void ReleaseTest::sameInputGivesTheSamePackage()
         QVERIFY(writeTree(source, {{QStringLiteral("empty.txt"), QByteArray()}}));
     }
     QCOMPARE(digests[0], digests[1]);
+}
+
+void ReleaseTest::signedExecutable_data()
+{
+    QTest::addColumn<QString>("change"); // what happens to the program between signing and verifying
+    QTest::addColumn<QString>("trusted"); // the CA verification trusts
+    QTest::addColumn<bool>("verifies");
+
+    QTest::newRow("signed by the publisher, verified against the publisher's CA") << "none" << "publisher" << true;
+    QTest::newRow("one byte of code changed after signing") << "code byte" << "publisher" << false;
+    QTest::newRow("one byte of the DOS header stub changed after signing") << "header byte" << "publisher" << false;
+    QTest::newRow("a CA that did not issue the publisher's certificate") << "none" << "other" << false;
+    QTest::newRow("never signed") << "unsigned" << "publisher" << false;
+    QTest::newRow("a key that is not the certificate's is refused, the program left as it was")
+        << "mismatched key" << "publisher" << false;
+}
+
+void ReleaseTest::signedExecutable()
+{
+    QFETCH(QString, change);
+    QFETCH(QString, trusted);
+    QFETCH(bool, verifies);
+
+    const QString sample = QStringLiteral(BRISA_TEST_BINARY_DIR "/release/signing-sample.exe");
+    if (!QFileInfo::exists(sample))
+        QSKIP("no MinGW compiler made the sample program");
+    const QString publisher = m_signers.filePath(QStringLiteral("publisher"));
+    const QString other = m_signers.filePath(QStringLiteral("other"));
+    for (const QString &signer : {publisher, other}) {
+        if (!QFileInfo::exists(signer + QStringLiteral("/ca.pem")))
+            QCOMPARE(runTool(toolPath(QStringLiteral("make-demo-signer")), {signer}), 0);
+    }
+
+    QTemporaryDir temp;
+    const QString program = temp.filePath(QStringLiteral("program.exe"));
+    QVERIFY(QFile::copy(sample, program));
+    const QByteArray original = readAll(program);
+    if (change != QLatin1String("unsigned")) {
+        const bool mismatched = change == QLatin1String("mismatched key");
+        const int signedCode = runTool(toolPath(QStringLiteral("sign-executable")),
+                                       {QStringLiteral("--cert"), publisher + QStringLiteral("/signer.pem"), QStringLiteral("--key"),
+                                        (mismatched ? other : publisher) + QStringLiteral("/signer.key"), QStringLiteral("--name"),
+                                        QStringLiteral("Sample"), program});
+        QCOMPARE(signedCode, mismatched ? 1 : 0);
+        QCOMPARE(readAll(program) == original, mismatched);
+        QCOMPARE(QDir(temp.path()).entryList(QDir::Files), QStringList {QStringLiteral("program.exe")});
+    }
+    if (change.endsWith(QLatin1String(" byte"))) {
+        // MinGW's code section starts at 0x400; the DOS stub's message lies at 0x4e.
+        const qint64 offset = change == QLatin1String("code byte") ? 0x410 : 0x50;
+        QFile file(program);
+        QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(offset));
+        char byte = 0;
+        QVERIFY(file.getChar(&byte) && file.seek(offset) && file.putChar(char(byte ^ 1)));
+    }
+    const QString ca = (trusted == QLatin1String("publisher") ? publisher : other) + QStringLiteral("/ca.pem");
+    QCOMPARE(runTool(QStringLiteral("osslsigncode"), {QStringLiteral("verify"), QStringLiteral("-in"), program,
+                                                     QStringLiteral("-CAfile"), ca}) == 0, verifies);
 }
 
 QTEST_GUILESS_MAIN(ReleaseTest)
