@@ -5,8 +5,6 @@
 
 #include <QFile>
 
-#include <algorithm>
-
 namespace {
 
 // Compressed bytes are read a MiB at a time. Output goes out in 64 KiB writes: inflate and the
