@@ -7,8 +7,8 @@
 #include "location/installation_location.h"
 #include "system/desktop_user.h"
 #include "system/file_links.h"
+#include "system/sha256.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -143,13 +143,7 @@ QString digestOfChecked(const QString &path)
 {
     if (!PlainEntries::isFile(QFileInfo(path)))
         return {};
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash digest(QCryptographicHash::Sha256);
-    if (!digest.addData(&file))
-        return {};
-    return QString::fromLatin1(digest.result().toHex());
+    return Sha256::fileDigest(path);
 }
 
 QString under(const QString &directory, const QString &relativePath)

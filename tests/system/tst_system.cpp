@@ -1,6 +1,7 @@
 #include "tst_system.h"
 #include "system/desktop_user.h"
 #include "system/file_links.h"
+#include "system/sha256.h"
 #include "system/windows_command_line.h"
 #include "support/test_links.h"
 
@@ -195,6 +196,46 @@ void SystemTest::linkAmongSeveralPaths()
     QCOMPARE(FileLinks::anyPathHasLink({ temp.filePath(first), temp.filePath(second) }), hasLink);
     QCOMPARE(FileLinks::pathHasLink(temp.filePath(first)) || FileLinks::pathHasLink(temp.filePath(second)), hasLink);
 #endif
+}
+
+void SystemTest::sha256_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<QList<int>>("pieces"); // sizes fed one after another; the rest comes last
+    QTest::addColumn<QByteArray>("digest");
+    QByteArray pattern(1048577, Qt::Uninitialized);
+    for (int i = 0; i < pattern.size(); ++i)
+        pattern[i] = char((i * 7 + 3) & 0xff);
+    const QByteArray empty = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+    const QByteArray abc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+    const QByteArray big = "75059752ce0b546127d584a3992627babb59950933c6d82d10ad46fec48e7c96";
+    QTest::newRow("nothing at all") << QByteArray() << QList<int>() << empty;
+    QTest::newRow("abc") << QByteArray("abc") << QList<int>() << abc;
+    QTest::newRow("abc fed a byte and then two") << QByteArray("abc") << QList<int>{1, 0} << abc;
+    QTest::newRow("a block pattern one byte over a mebibyte") << pattern << QList<int>() << big;
+    QTest::newRow("the same pattern fed in uneven pieces") << pattern << QList<int>{1, 63, 65, 524288} << big;
+}
+
+void SystemTest::sha256()
+{
+    QFETCH(QByteArray, data);
+    QFETCH(QList<int>, pieces);
+    QFETCH(QByteArray, digest);
+    Sha256 hash;
+    qsizetype fed = 0;
+    for (int piece : pieces) {
+        hash.addData(QByteArrayView(data).sliced(fed, piece));
+        fed += piece;
+    }
+    hash.addData(QByteArrayView(data).sliced(fed));
+    QCOMPARE(hash.hexResult(), digest);
+
+    QTemporaryDir dir;
+    QFile file(dir.filePath("content"));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(data) == data.size());
+    file.close();
+    QCOMPARE(Sha256::fileDigest(file.fileName()), QString::fromLatin1(digest));
+    QCOMPARE(Sha256::fileDigest(dir.filePath("missing")), QString());
 }
 
 void SystemTest::desktopUserRegistryPaths()

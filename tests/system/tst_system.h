@@ -15,6 +15,8 @@ private slots:
     void linkAmongSeveralPaths_data();
     void linkAmongSeveralPaths();
     void desktopUserRegistryPaths();
+    void sha256_data();
+    void sha256();
 #ifdef Q_OS_WIN
     void launchChoosesTheToken_data();
     void launchChoosesTheToken();
