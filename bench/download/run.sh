@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # tools/bench download [--size BYTES]: a random package (default 1 GiB) served by a local nginx
 # over HTTPS with a throwaway CA, fetched by our DownloadManager, by curl and by aria2c in the
-# same run; our verification is timed against sha256sum. The last line is the summary.
+# same run; our verification is timed against sha256sum. Every tool runs five times (BRISA_BENCH_RUNS)
+# in alternating order and the medians are compared. The last line is the summary.
 set -euo pipefail
 calc() { awk "BEGIN { print $1 }"; }
 build=${BRISA_HOST_BUILD:?BRISA_HOST_BUILD names the host build tree}
@@ -37,9 +38,7 @@ mkdir -p "$work/www/$manifest_path" "$work/www/pkg" "$work/logs"
 head -c "$size" /dev/urandom > "$work/www/pkg/package.zip"
 sync
 
-start=$(date +%s.%N)
 digest=$(sha256sum "$work/www/pkg/package.zip" | cut -d' ' -f1)
-sha_s=$(calc "$(date +%s.%N) - $start")
 
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')
 cat > "$work/www/$manifest_path/manifest.json" <<JSON
@@ -85,26 +84,58 @@ seconds() { # runs a command and prints its wall time in seconds
     end=$(date +%s.%N)
     calc "$end - $begin"
 }
+median() { printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 package_url="https://127.0.0.1:$port/pkg/package.zip"
-curl_s=$(seconds curl -s --fail --cacert "$work/ca.pem" -o "$work/curl.zip" "$package_url")
-rm -f "$work/curl.zip"
-aria_s=$(seconds aria2c -q -x6 -s6 -k8M --ca-certificate="$work/ca.pem" --allow-overwrite=true \
-    --file-allocation=none -d "$work" -o aria.zip "$package_url")
-rm -f "$work/aria.zip"
+run_curl() {
+    curl_s+=("$(seconds curl -s --fail --cacert "$work/ca.pem" -o "$work/curl.zip" "$package_url")")
+    rm -f "$work/curl.zip"
+}
+run_aria() {
+    aria_s+=("$(seconds aria2c -q -x6 -s6 -k8M --ca-certificate="$work/ca.pem" --allow-overwrite=true \
+        --file-allocation=none -d "$work" -o aria.zip "$package_url")")
+    rm -f "$work/aria.zip"
+}
+run_sha() {
+    sha_s+=("$(seconds sha256sum "$work/www/pkg/package.zip")")
+}
+run_ours() {
+    local line
+    rm -rf "$work/cache"
+    line=$("$build/bench/download/bench_download" "https://127.0.0.1:$port/$manifest_path/manifest.json" \
+        "$work/cache" "$work/ca.pem")
+    received_s+=("$(sed -n 's/.*received_s=\([0-9.]*\).*/\1/p' <<<"$line")")
+    verify_s+=("$(sed -n 's/.*verify_s=\([0-9.]*\).*/\1/p' <<<"$line")")
+    rss_kib+=("$(sed -n 's/.*rss_kib=\([0-9]*\).*/\1/p' <<<"$line")")
+    rm -rf "$work/cache"
+}
 
-ours=$("$build/bench/download/bench_download" "https://127.0.0.1:$port/$manifest_path/manifest.json" \
-    "$work/cache" "$work/ca.pem")
-received_s=$(sed -n 's/.*received_s=\([0-9.]*\).*/\1/p' <<<"$ours")
-verify_s=$(sed -n 's/.*verify_s=\([0-9.]*\).*/\1/p' <<<"$ours")
-rss_kib=$(sed -n 's/.*rss_kib=\([0-9]*\).*/\1/p' <<<"$ours")
+# Five runs of every tool, the order reversed every other run, so that neither a warm cache nor
+# a neighbour's load favours one tool; medians decide.
+runs=${BRISA_BENCH_RUNS:-5}
+curl_s=() aria_s=() sha_s=() received_s=() verify_s=() rss_kib=()
+for run in $(seq "$runs"); do
+    if [ $((run % 2)) -eq 1 ]; then
+        run_curl; run_aria; run_sha; run_ours
+    else
+        run_ours; run_sha; run_aria; run_curl
+    fi
+done
 
 mib=$(calc "$size / 1048576")
-printf 'cores=%s size=%s bytes\n' "$(nproc)" "$size"
-printf 'curl       %7.3f s  %8.1f MiB/s\n' "$curl_s" "$(calc "$mib / $curl_s")"
-printf 'aria2c -x6 %7.3f s  %8.1f MiB/s\n' "$aria_s" "$(calc "$mib / $aria_s")"
-printf 'ours       %7.3f s  %8.1f MiB/s (to the last byte)\n' "$received_s" "$(calc "$mib / $received_s")"
-printf 'sha256sum  %7.3f s; our verification after the last byte %.3f s\n' "$sha_s" "$verify_s"
-best=$(calc "($curl_s < $aria_s) ? $curl_s : $aria_s")
-download_ratio=$(calc "$best / $received_s")
-verify_ratio=$(calc "$sha_s / (($verify_s > 0.001) ? $verify_s : 0.001)")
-printf 'download ratio=%.2f verify ratio=%.2f rss_mib=%.1f\n' "$download_ratio" "$verify_ratio" "$(calc "$rss_kib / 1024")"
+curl_m=$(median "${curl_s[@]}") aria_m=$(median "${aria_s[@]}") sha_m=$(median "${sha_s[@]}")
+received_m=$(median "${received_s[@]}") verify_m=$(median "${verify_s[@]}")
+rss_max=$(printf '%s\n' "${rss_kib[@]}" | sort -n | tail -1)
+printf 'cores=%s size=%s bytes runs=%s load=%s\n' "$(nproc)" "$size" "$runs" "$(cut -d' ' -f1-3 /proc/loadavg)"
+printf 'curl       runs: %s\n' "${curl_s[*]}"
+printf 'aria2c -x6 runs: %s\n' "${aria_s[*]}"
+printf 'ours       runs: %s (to the last byte)\n' "${received_s[*]}"
+printf 'sha256sum  runs: %s\n' "${sha_s[*]}"
+printf 'ours verification after the last byte, runs: %s\n' "${verify_s[*]}"
+printf 'curl       %7.3f s  %8.1f MiB/s (median)\n' "$curl_m" "$(calc "$mib / $curl_m")"
+printf 'aria2c -x6 %7.3f s  %8.1f MiB/s (median)\n' "$aria_m" "$(calc "$mib / $aria_m")"
+printf 'ours       %7.3f s  %8.1f MiB/s (median, to the last byte)\n' "$received_m" "$(calc "$mib / $received_m")"
+printf 'sha256sum  %7.3f s; our verification after the last byte %.3f s (medians)\n' "$sha_m" "$verify_m"
+best=$(calc "($curl_m < $aria_m) ? $curl_m : $aria_m")
+download_ratio=$(calc "$best / $received_m")
+verify_ratio=$(calc "$sha_m / (($verify_m > 0.001) ? $verify_m : 0.001)")
+printf 'download ratio=%.2f verify ratio=%.2f rss_mib=%.1f\n' "$download_ratio" "$verify_ratio" "$(calc "$rss_max / 1024")"

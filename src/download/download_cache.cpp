@@ -3,9 +3,9 @@
 
 #include "app/installer_logger.h"
 #include "system/file_links.h"
+#include "system/sha256.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
@@ -15,8 +15,6 @@
 namespace DownloadCache {
 
 namespace {
-
-constexpr qint64 hashBlock = 4194304;
 
 QByteArray readMarker(const QString &path, bool *ok)
 {
@@ -110,21 +108,9 @@ int migrateLegacy(const QString &legacyDir, const QString &targetDir, const QByt
 
 bool verifyFile(const QString &path, const QByteArray &expectedSha256)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    QByteArray block(hashBlock, Qt::Uninitialized);
-    for (;;) {
-        const qint64 read = file.read(block.data(), block.size());
-        if (read < 0 || (read == 0 && file.error() != QFileDevice::NoError))
-            return false;
-        if (read == 0)
-            break;
-        hash.addData(QByteArrayView(block.constData(), read));
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    }
-    return hash.result().toHex().compare(expectedSha256, Qt::CaseInsensitive) == 0;
+    // A package can be large: the window keeps turning while it is read.
+    const QString digest = Sha256::fileDigest(path, [] { QCoreApplication::processEvents(QEventLoop::AllEvents, 5); });
+    return !digest.isEmpty() && digest.compare(QLatin1String(expectedSha256), Qt::CaseInsensitive) == 0;
 }
 
 } // namespace DownloadCache

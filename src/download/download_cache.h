@@ -27,7 +27,7 @@ void claimForPackage(const QString &directory, const QByteArray &sha256);
 int migrateLegacy(const QString &legacyDir, const QString &targetDir, const QByteArray &sha256);
 
 // SHA-256 of the file compared with `expectedSha256` (hexadecimal, any case). Keeps the event
-// loop turning while it reads.
+// loop turning while it reads, so a caller must expect to be cancelled or restarted meanwhile.
 bool verifyFile(const QString &path, const QByteArray &expectedSha256);
 
 } // namespace DownloadCache

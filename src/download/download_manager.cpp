@@ -11,15 +11,32 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QTimer>
+#include <QRegularExpression>
 #include <QUrlQuery>
 
 #include <algorithm>
 
 namespace {
 
+// A 206 must start where the chunk file ends and stay inside the chunk; it may end early, and
+// the rest is then asked for again from where the file ends.
+bool acceptsContentRange(const DownloadManager::ChunkState &chunk, const QByteArray &header)
+{
+    static const QRegularExpression pattern(QStringLiteral("^bytes (\\d+)-(\\d+)/(\\d+|\\*)$"));
+    const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(header.trimmed()));
+    if (!match.hasMatch())
+        return false;
+    const qint64 first = match.captured(1).toLongLong();
+    const qint64 last = match.captured(2).toLongLong();
+    return first == chunk.start + chunk.downloaded && last >= first && last <= chunk.end;
+}
+
 constexpr int prefetchAttempts = 5;
 constexpr int writeAttempts = 5;
 constexpr qint64 readBufferBytes = 1048576;
+// What each reply may hold before Qt stops reading its socket: enough to ride out a busy
+// moment of the GUI thread, small enough for six of them.
+constexpr qint64 replyBufferBytes = 4194304;
 
 qint64 fileSize(const QString &path)
 {
@@ -67,6 +84,7 @@ void DownloadManager::start(const QUrl &manifestUrl, const QString &cacheRoot)
     m_manifestBytesSeen = m_lastSpeedSample = m_largestAggregate = 0;
     m_manifestAttempts = 0;
     m_chunks.clear();
+    m_aggregate = 0;
     m_pending.clear();
     resetAssembly();
     m_manifestUrl = manifestUrl;
@@ -193,12 +211,13 @@ void DownloadManager::manifestFinished(QNetworkReply *reply, quint64 generation)
     }
     m_manifest = parsed;
     InstallerLogger::write(QStringLiteral("Manifest loaded: version=%1 release=%2").arg(parsed.version, parsed.releaseId));
+    // A receiver may cancel, or cancel and start again, from inside these signals.
     emit manifestVersionKnown(parsed.version);
-    if (m_cancelled)
+    if (generation != m_generation)
         return;
     if (parsed.package.uncompressedSize > 0)
         emit requiredSpaceKnown(parsed.package.uncompressedSize);
-    if (m_cancelled)
+    if (generation != m_generation)
         return;
     if (m_prefetchOnly) {
         InstallerLogger::write(QStringLiteral("Manifest metadata loaded; required bytes=%1").arg(parsed.package.uncompressedSize));
@@ -211,7 +230,10 @@ void DownloadManager::prepareChunks()
 {
     m_activityTimer->stop();
     m_manifestPhase = false;
-    const DownloadPackage &package = m_manifest.package;
+    // A copy: verifying a cached package runs the event loop, and a new start() may replace
+    // the manifest meanwhile.
+    const DownloadPackage package = m_manifest.package;
+    const quint64 generation = m_generation;
     m_cacheDir = DownloadCache::directoryFor(m_cacheRoot, m_manifest);
     if (!QDir().mkpath(m_cacheDir)) {
         failCurrent(tr("Unable to create the download directory."));
@@ -226,16 +248,16 @@ void DownloadManager::prepareChunks()
 
     const QString zipPath = QDir(m_cacheDir).filePath(package.fileName);
     if (QFileInfo::exists(zipPath)) {
-        if (QFileInfo(zipPath).size() == package.size && DownloadCache::verifyFile(zipPath, package.sha256)) {
-            if (m_cancelled)
-                return;
+        const bool verified = QFileInfo(zipPath).size() == package.size && DownloadCache::verifyFile(zipPath, package.sha256);
+        // Cancelled, and perhaps started again, while verifying: this run is over.
+        if (generation != m_generation)
+            return;
+        if (verified) {
             InstallerLogger::write(QStringLiteral("Using verified cached ZIP: %1").arg(zipPath));
             emit progressChanged(package.size, package.size);
             emit completed(zipPath, m_manifest.fullPackage.url, m_manifest.version);
             return;
         }
-        if (m_cancelled)
-            return;
         InstallerLogger::write(QStringLiteral("Discarding invalid cached ZIP: %1").arg(zipPath));
         QFile::remove(zipPath);
     } else {
@@ -257,6 +279,7 @@ void DownloadManager::prepareChunks()
         chunk.fromCache = chunk.downloaded > 0;
         if (!chunk.complete)
             m_pending.enqueue(i);
+        m_aggregate += chunk.downloaded;
         m_chunks.append(chunk);
     }
     m_largestAggregate = aggregate();
@@ -315,18 +338,18 @@ void DownloadManager::startChunk(int index)
 {
     ChunkState &chunk = m_chunks[index];
     chunk.notBefore = 0;
-    chunk.downloaded = fileSize(chunk.path);
+    setDownloaded(index, fileSize(chunk.path));
     auto transfer = new ActiveTransfer;
     transfer->index = index;
     transfer->file = std::make_unique<QFile>(chunk.path);
-    if (!transfer->file->open(QIODevice::WriteOnly | QIODevice::Append)) {
+    // Unbuffered: every read is one large write, and Qt's buffer would only copy it once more.
+    if (!transfer->file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered)) {
         delete transfer;
         retryOrFail(index, tr("Unable to write a download chunk."), false, 0);
         return;
     }
     QNetworkReply *reply = m_network->get(chunkRequest(chunk));
-    // Bounded so that six fast transfers cannot pile up in memory ahead of the disk.
-    reply->setReadBufferSize(readBufferBytes);
+    reply->setReadBufferSize(replyBufferBytes);
     transfer->clock.start();
     m_active.insert(reply, transfer);
     InstallerLogger::write(QStringLiteral("Downloading chunk %1 from byte %2 of %3.").arg(index).arg(chunk.downloaded).arg(chunk.length()));
@@ -345,30 +368,22 @@ void DownloadManager::chunkReadyRead(QNetworkReply *reply)
         return;
     if (!transfer->statusChecked) {
         transfer->statusChecked = true;
-        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        // A success other than 206 means the server ignores ranges; an error status is a
-        // transient failure that the finished reply reports and the retry rules handle.
-        transfer->rangeRejected = status != 206 && status < 300;
-        transfer->discardBody = status >= 300;
-        // Bytes of another range would be written in the wrong place; treat them as a broken
-        // transfer, which is retried.
-        const ChunkState &chunk = m_chunks.at(transfer->index);
-        const QByteArray expected = "bytes " + QByteArray::number(chunk.start + chunk.downloaded) + '-' + QByteArray::number(chunk.end) + '/';
-        if (status == 206 && !reply->rawHeader("Content-Range").startsWith(expected)) {
+        // Anything but 206 means the server does not serve this range: an error page or the
+        // whole file would be written in the wrong place.
+        transfer->rangeRejected = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 206;
+        if (!transfer->rangeRejected && !acceptsContentRange(m_chunks.at(transfer->index), reply->rawHeader("Content-Range"))) {
+            // Bytes of another range are never written; the chunk is left short and retried.
+            transfer->wrongRange = true;
             reply->abort();
             return;
         }
     }
-    if (transfer->rangeRejected || transfer->discardBody) {
+    if (transfer->rangeRejected) {
         reply->skip(reply->bytesAvailable());
         return;
     }
-    const QByteArray data = reply->readAll();
-    if (transfer->file->write(data) != data.size()) {
-        reply->abort();
+    if (!drain(reply, transfer))
         return;
-    }
-    noteChunkProgress(transfer->index, transfer->file->size());
     emit progressChanged(aggregate(), m_manifest.package.size);
 }
 
@@ -379,17 +394,13 @@ void DownloadManager::finishChunk(QNetworkReply *reply)
     if (!transfer)
         return;
     const std::unique_ptr<ActiveTransfer> owned(transfer);
-    if (!transfer->statusChecked) {
-        const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        transfer->rangeRejected = reply->error() == QNetworkReply::NoError && status != 206;
-        transfer->discardBody = status != 206;
-    }
+    // A reply that ends before any answer (reset, timeout) has no status and is retried.
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (!transfer->statusChecked && status.isValid())
+        transfer->rangeRejected = status.toInt() != 206;
     const int index = transfer->index;
-    if (!transfer->rangeRejected && !transfer->discardBody) {
-        const QByteArray rest = reply->readAll();
-        if (!rest.isEmpty() && transfer->file->write(rest) == rest.size())
-            noteChunkProgress(index, transfer->file->size());
-    }
+    if (!transfer->rangeRejected)
+        drain(reply, transfer);
     transfer->file->close();
     const qint64 elapsed = transfer->clock.elapsed();
     const QNetworkReply::NetworkError error = reply->error();
@@ -401,12 +412,12 @@ void DownloadManager::finishChunk(QNetworkReply *reply)
         return;
     }
     ChunkState &chunk = m_chunks[index];
-    chunk.downloaded = fileSize(chunk.path);
-    if (error != QNetworkReply::NoError) {
+    setDownloaded(index, fileSize(chunk.path));
+    if (error != QNetworkReply::NoError && !transfer->wrongRange) {
         retryOrFail(index, tr("A download chunk failed: %1").arg(errorText), true, elapsed);
         return;
     }
-    if (chunk.downloaded != chunk.length()) {
+    if (transfer->wrongRange || chunk.downloaded != chunk.length()) {
         retryOrFail(index, tr("A download chunk has an unexpected size."), true, elapsed);
         return;
     }
@@ -423,10 +434,10 @@ void DownloadManager::retryOrFail(int index, const QString &message, bool networ
 {
     ChunkState &chunk = m_chunks[index];
     ++chunk.attempts;
-    chunk.downloaded = fileSize(chunk.path);
+    setDownloaded(index, fileSize(chunk.path));
     if (chunk.downloaded > chunk.length()) {
         QFile::remove(chunk.path);
-        chunk.downloaded = 0;
+        setDownloaded(index, 0);
     }
     if (networkError) {
         m_resetConnections = m_disableHttp2 = true;
@@ -448,22 +459,41 @@ void DownloadManager::retryOrFail(int index, const QString &message, bool networ
     startPendingChunks();
 }
 
-void DownloadManager::noteChunkProgress(int index, qint64 bytes)
+bool DownloadManager::drain(QNetworkReply *reply, ActiveTransfer *transfer)
 {
-    m_chunks[index].downloaded = bytes;
-    const qint64 total = aggregate();
-    if (total > m_largestAggregate) {
-        m_largestAggregate = total;
-        m_progressClock.start();
+    // Reads straight into one reused buffer: no allocation per read.
+    if (m_readBuffer.size() < readBufferBytes)
+        m_readBuffer.resize(readBufferBytes);
+    qint64 written = 0;
+    for (;;) {
+        const qint64 read = reply->read(m_readBuffer.data(), m_readBuffer.size());
+        if (read <= 0)
+            break;
+        if (transfer->file->write(m_readBuffer.constData(), read) != read) {
+            reply->abort();
+            return false;
+        }
+        written += read;
     }
+    if (written > 0)
+        noteChunkProgress(transfer->index, m_chunks.at(transfer->index).downloaded + written);
+    return true;
 }
 
-qint64 DownloadManager::aggregate() const
+void DownloadManager::setDownloaded(int index, qint64 bytes)
 {
-    qint64 total = 0;
-    for (const ChunkState &chunk : m_chunks)
-        total += std::min(chunk.downloaded, chunk.length());
-    return total;
+    ChunkState &chunk = m_chunks[index];
+    m_aggregate += std::min(bytes, chunk.length()) - std::min(chunk.downloaded, chunk.length());
+    chunk.downloaded = bytes;
+}
+
+void DownloadManager::noteChunkProgress(int index, qint64 bytes)
+{
+    setDownloaded(index, bytes);
+    if (m_aggregate > m_largestAggregate) {
+        m_largestAggregate = m_aggregate;
+        m_progressClock.start();
+    }
 }
 
 bool DownloadManager::stalled() const
@@ -566,6 +596,7 @@ void DownloadManager::finishIfDone()
     m_retryTimer->stop();
     QString error;
     const bool verified = m_assembly->finish(m_manifest.package.sha256, &error);
+    const PackageAssembly::Failure failure = m_assembly->failure();
     const QString zipPath = m_assembly->targetPath();
     m_assembly.reset();
     if (verified) {
@@ -574,14 +605,11 @@ void DownloadManager::finishIfDone()
         return;
     }
     QFile::remove(zipPath + QStringLiteral(".assembling"));
-    if (error == tr("The combined package failed verification.")) {
-        if (discardCachedChunks())
-            return;
-        // Keeping chunks that add up to the wrong package would fail every later attempt the
-        // same way; the next attempt downloads them afresh.
-        for (const ChunkState &chunk : std::as_const(m_chunks))
-            QFile::remove(chunk.path);
-    }
+    // Chunks kept from an earlier run are the likely culprits: they are fetched again once. The
+    // chunks of this run stay on disk; the next run starts from them and, finding them cached,
+    // fetches them again if they still do not add up.
+    if (failure == PackageAssembly::Failure::Verification && discardCachedChunks())
+        return;
     failCurrent(error);
 }
 
@@ -596,7 +624,7 @@ bool DownloadManager::discardCachedChunks()
             continue;
         any = true;
         QFile::remove(chunk.path);
-        chunk.downloaded = 0;
+        setDownloaded(i, 0);
         chunk.complete = chunk.fromCache = false;
         chunk.attempts = 0;
         m_pending.enqueue(i);

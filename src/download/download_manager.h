@@ -52,8 +52,8 @@ public:
         std::unique_ptr<QFile> file;
         QElapsedTimer clock;
         bool statusChecked = false;
-        bool rangeRejected = false;
-        bool discardBody = false; // an error status: its body is no part of the package
+        bool rangeRejected = false; // any status but 206
+        bool wrongRange = false;    // a 206 for bytes this chunk did not ask for
     };
 
     // The time rules; tests shrink them so the stall rule can be proven in seconds.
@@ -99,6 +99,8 @@ private:
     void chunkReadyRead(QNetworkReply *reply);
     void finishChunk(QNetworkReply *reply);
     void retryOrFail(int index, const QString &message, bool networkError, qint64 elapsedMs);
+    bool drain(QNetworkReply *reply, ActiveTransfer *transfer);
+    void setDownloaded(int index, qint64 bytes);
     void noteChunkProgress(int index, qint64 bytes);
     void retryTimerFired();
     void checkNetworkActivity();
@@ -108,7 +110,7 @@ private:
     void assembleNextChunk();
     void finishIfDone();
     bool discardCachedChunks();
-    qint64 aggregate() const;
+    qint64 aggregate() const { return m_aggregate; }
     bool stalled() const;
     QNetworkRequest chunkRequest(const ChunkState &chunk) const;
 
@@ -143,6 +145,8 @@ private:
     quint64 m_generation = 0;
 
     QList<ChunkState> m_chunks;
+    qint64 m_aggregate = 0; // the sum of the chunks' useful bytes, kept as they change
+    QByteArray m_readBuffer;
     QQueue<int> m_pending;
     QHash<QNetworkReply *, ActiveTransfer *> m_active;
 

@@ -6,14 +6,29 @@ namespace {
 
 constexpr qint64 copyBlock = 1048576;
 
-bool fail(QString *error, const char *message)
+} // namespace
+
+QString PackageAssembly::message(Failure failure)
 {
-    if (error)
-        *error = QCoreApplication::translate("DownloadManager", message);
-    return false;
+    switch (failure) {
+    case Failure::None: break;
+    case Failure::Create: return QCoreApplication::translate("DownloadManager", "Unable to create the combined package.");
+    case Failure::ReadChunk: return QCoreApplication::translate("DownloadManager", "Unable to read a downloaded chunk.");
+    case Failure::Combine: return QCoreApplication::translate("DownloadManager", "Unable to combine the downloaded chunks.");
+    case Failure::Write: return QCoreApplication::translate("DownloadManager", "Unable to write the combined package.");
+    case Failure::Verification: return QCoreApplication::translate("DownloadManager", "The combined package failed verification.");
+    case Failure::Finalize: return QCoreApplication::translate("DownloadManager", "Unable to finalize the downloaded package.");
+    }
+    return QString();
 }
 
-} // namespace
+bool PackageAssembly::fail(Failure failure, QString *error)
+{
+    m_failure = failure;
+    if (error)
+        *error = message(failure);
+    return false;
+}
 
 PackageAssembly::PackageAssembly(const QString &targetPath)
     : m_target(targetPath)
@@ -26,7 +41,7 @@ PackageAssembly::~PackageAssembly() = default;
 bool PackageAssembly::begin(QString *error)
 {
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "Unable to create the combined package."));
+        return fail(Failure::Create, error);
     return true;
 }
 
@@ -34,23 +49,23 @@ bool PackageAssembly::append(const QString &chunkPath, qint64 length, QString *e
 {
     QFile chunk(chunkPath);
     if (!chunk.open(QIODevice::ReadOnly))
-        return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "Unable to read a downloaded chunk."));
+        return fail(Failure::ReadChunk, error);
     QByteArray block(copyBlock, Qt::Uninitialized);
     qint64 copied = 0;
     for (;;) {
         const qint64 read = chunk.read(block.data(), block.size());
         if (read < 0 || (read == 0 && chunk.error() != QFileDevice::NoError))
-            return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "Unable to combine the downloaded chunks."));
+            return fail(Failure::Combine, error);
         if (read == 0)
             break;
         if (m_file.write(block.constData(), read) != read)
-            return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "Unable to write the combined package."));
+            return fail(Failure::Write, error);
         m_hash.addData(QByteArrayView(block.constData(), read));
         copied += read;
     }
     // A chunk that changed size since it was downloaded would shift every later byte.
     if (copied != length)
-        return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "Unable to combine the downloaded chunks."));
+        return fail(Failure::Combine, error);
     return true;
 }
 
@@ -58,12 +73,12 @@ bool PackageAssembly::finish(const QByteArray &expectedSha256, QString *error)
 {
     if (!m_file.flush()) {
         m_file.close();
-        return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "Unable to write the combined package."));
+        return fail(Failure::Write, error);
     }
     m_file.close();
-    if (m_hash.result().toHex().compare(expectedSha256, Qt::CaseInsensitive) != 0)
-        return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "The combined package failed verification."));
+    if (m_hash.hexResult().compare(expectedSha256, Qt::CaseInsensitive) != 0)
+        return fail(Failure::Verification, error);
     if (!m_file.rename(m_target))
-        return fail(error, QT_TRANSLATE_NOOP("DownloadManager", "Unable to finalize the downloaded package."));
+        return fail(Failure::Finalize, error);
     return true;
 }

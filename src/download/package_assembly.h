@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QCryptographicHash>
+#include "system/sha256.h"
+
 #include <QFile>
 #include <QString>
 
@@ -9,6 +10,9 @@
 class PackageAssembly
 {
 public:
+    // Why a step failed; callers decide on these, never on the message text.
+    enum class Failure { None, Create, ReadChunk, Combine, Write, Verification, Finalize };
+
     explicit PackageAssembly(const QString &targetPath);
     ~PackageAssembly();
     PackageAssembly(const PackageAssembly &) = delete;
@@ -22,9 +26,15 @@ public:
     bool finish(const QByteArray &expectedSha256, QString *error);
 
     QString targetPath() const { return m_target; }
+    Failure failure() const { return m_failure; }
+    // The user's text for a failure, in the download's translation context.
+    static QString message(Failure failure);
 
 private:
     QString m_target;
     QFile m_file;
-    QCryptographicHash m_hash{QCryptographicHash::Sha256};
+    Sha256 m_hash;
+    Failure m_failure = Failure::None;
+
+    bool fail(Failure failure, QString *error);
 };

@@ -73,9 +73,10 @@ DownloadOutcome runDownload(DownloadManager &manager, const QUrl &manifestUrl, c
 DownloadManager::Timing fastTiming()
 {
     DownloadManager::Timing timing;
-    timing.stallMs = 2000;
+    timing.stallMs = 4000;
     timing.retryDelayMs = 400;
-    timing.transferTimeoutMs = 400;
+    // Long enough that a loaded machine does not abandon healthy transfers.
+    timing.transferTimeoutMs = 1500;
     timing.activityIntervalMs = 25;
     timing.speedWindowMs = 100;
     return timing;

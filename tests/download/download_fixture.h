@@ -35,5 +35,5 @@ QByteArray randomBytes(qint64 size, quint32 seed);
 // Runs one download to its end (or `timeoutMs`).
 DownloadOutcome runDownload(DownloadManager &manager, const QUrl &manifestUrl, const QString &cacheRoot,
                             int timeoutMs = 60000);
-// Stall and retry rules ten times faster than in the installer.
+// Stall and retry rules several times faster than in the installer.
 DownloadManager::Timing fastTiming();

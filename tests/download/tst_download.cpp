@@ -203,19 +203,22 @@ void TestDownload::serverFaults_data()
     QTest::newRow("an exact multiple of the chunk size has no empty chunk") << 2 * DownloadManager::chunkSize << pkg << Fault::None << 0 << QString();
     QTest::newRow("connections reset mid-body are resumed") << threeChunks << pkg << Fault::ResetMidBody << 3 << QString();
     QTest::newRow("a body that stalls is abandoned and resumed") << threeChunks << pkg << Fault::StallMidBody << 2 << QString();
-    QTest::newRow("500 then success completes") << threeChunks << pkg << Fault::Status500 << 2 << QString();
-    QTest::newRow("503 then success completes") << threeChunks << pkg << Fault::Status503 << 4 << QString();
+    QTest::newRow("connections dropped before an answer are retried") << threeChunks << pkg << Fault::DropBeforeAnswer << 3 << QString();
     QTest::newRow("a short body is resumed where it ends") << threeChunks << pkg << Fault::ShortBody << 3 << QString();
     QTest::newRow("bytes of a wrong range are never written") << threeChunks << pkg << Fault::WrongContentRange << 2 << QString();
     QTest::newRow("a slow trickle still completes") << qint64(40000) << pkg << Fault::Trickle << 1 << QString();
     QTest::newRow("a manifest that is briefly missing is fetched again") << threeChunks << "/manifest.json" << Fault::NotFound << 2 << QString();
     QTest::newRow("200 with the whole body to a range fails at once") << threeChunks << pkg << Fault::WholeBodyFor200 << 1
         << "^The download server does not support ranged requests\\.$";
+    QTest::newRow("a 500 to a range fails at once") << threeChunks << pkg << Fault::Status500 << 1
+        << "^The download server does not support ranged requests\\.$";
+    QTest::newRow("a 503 to a range fails at once") << threeChunks << pkg << Fault::Status503 << 1
+        << "^The download server does not support ranged requests\\.$";
     QTest::newRow("corrupted bytes fail verification") << threeChunks << pkg << Fault::CorruptBytes << 1
         << "^The combined package failed verification\\.$";
     QTest::newRow("a manifest that stays missing ends the run by the stall rule") << threeChunks << "/manifest.json" << Fault::NotFound << 1000
         << "^(No download progress was made for 20 seconds\\.|Unable to download the version manifest: .*)$";
-    QTest::newRow("a chunk that keeps failing ends the run by the stall rule") << threeChunks << pkg << Fault::Status503 << 1000
+    QTest::newRow("a chunk that keeps failing ends the run by the stall rule") << threeChunks << pkg << Fault::DropBeforeAnswer << 1000
         << "^(No download progress was made for 20 seconds\\.|A download chunk failed: .*)$";
     QTest::newRow("a chunk that keeps coming short ends the run by the stall rule") << qint64(3000) << pkg << Fault::ShortBody << 1000
         << "^(No download progress was made for 20 seconds\\.|A download chunk has an unexpected size\\.)$";
@@ -233,8 +236,12 @@ void TestDownload::serverFaults()
     DownloadManager manager;
     manager.setTiming(fastTiming());
     useServer(manager, m_server);
+    QElapsedTimer clock;
+    clock.start();
     const DownloadOutcome outcome = runDownload(manager, m_server.url("/manifest.json"), cacheRoot());
     QVERIFY(outcome.finished);
+    if (outcome.message.startsWith("The download server does not support"))
+        QVERIFY2(clock.elapsed() < fastTiming().stallMs, "a refused range is not waited out");
     const QDir cacheDir(cacheRoot() + "/version-1.2.3");
     if (failure.isEmpty()) {
         QVERIFY2(outcome.completed, qPrintable(outcome.message));
@@ -248,8 +255,14 @@ void TestDownload::serverFaults()
         QVERIFY(!outcome.completed);
         QVERIFY2(QRegularExpression(failure).match(outcome.message).hasMatch(), qPrintable(outcome.message));
         QVERIFY(!cacheDir.exists("package.zip"));
-        // Nothing of a wrong body may stay where a later run would trust it.
-        for (const QString &name : cacheDir.entryList({"chunk-*.bin"}, QDir::Files)) {
+        // A package that does not add up keeps its chunks for the next run, which fetches them
+        // again if they still do not; nothing of a wrong body may stay otherwise.
+        const QStringList chunks = cacheDir.entryList({"chunk-*.bin"}, QDir::Files);
+        if (fault == TestHttpsServer::Fault::CorruptBytes)
+            QCOMPARE(chunks.size(), 3);
+        for (const QString &name : chunks) {
+            if (fault == TestHttpsServer::Fault::CorruptBytes)
+                break;
             const int index = name.mid(6, 4).toInt();
             QFile chunk(cacheDir.filePath(name));
             QVERIFY(chunk.open(QIODevice::ReadOnly));
@@ -257,6 +270,22 @@ void TestDownload::serverFaults()
         }
     }
     QVERIFY(!outcome.progressWentBack);
+}
+
+void TestDownload::shortRangeKeepsItsBytes()
+{
+    // The server answers the first request with two thirds of the range and says so.
+    const ServedRelease release = serveRelease(m_server, 3000);
+    m_server.addFault("/pkg/package.zip", TestHttpsServer::Fault::ShortBody);
+    DownloadManager manager;
+    manager.setTiming(fastTiming());
+    useServer(manager, m_server);
+    const DownloadOutcome outcome = runDownload(manager, m_server.url("/manifest.json"), cacheRoot());
+    QVERIFY2(outcome.completed, qPrintable(outcome.message));
+    QCOMPARE(m_server.ranges("/pkg/package.zip"), QList<QByteArray>({"bytes=0-2999", "bytes=2000-2999"}));
+    QFile zip(outcome.zipPath);
+    QVERIFY(zip.open(QIODevice::ReadOnly));
+    QVERIFY(zip.readAll() == release.package);
 }
 
 void TestDownload::stallRule_data()
@@ -270,7 +299,7 @@ void TestDownload::stallRule()
 {
     QFETCH(bool, realScale);
     serveRelease(m_server, 3 * DownloadManager::chunkSize);
-    m_server.addFault("/pkg/package.zip", TestHttpsServer::Fault::Status503, 100000);
+    m_server.addFault("/pkg/package.zip", TestHttpsServer::Fault::DropBeforeAnswer, 100000);
     DownloadManager manager;
     const DownloadManager::Timing timing = realScale ? DownloadManager::Timing() : fastTiming();
     manager.setTiming(timing);

@@ -20,6 +20,7 @@ private slots:
     void invalidManifestFailsTheRun();
     void serverFaults_data();
     void serverFaults();
+    void shortRangeKeepsItsBytes();
     void stallRule_data();
     void stallRule();
     void prefetch_data();
@@ -30,6 +31,8 @@ private slots:
     void cacheDirectory();
     void cachedState_data();
     void cachedState();
+    void cancelDuringCacheVerification_data();
+    void cancelDuringCacheVerification();
     void legacyMigration_data();
     void legacyMigration();
     void killedAndRestarted_data();

@@ -12,6 +12,8 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QTimer>
 #include <QSslConfiguration>
 #include <QTest>
 
@@ -138,6 +140,45 @@ void TestDownload::cachedState()
     QCOMPARE(readFile(outcome.zipPath), release.package);
     QCOMPARE(sorted(m_server.ranges("/pkg/package.zip")), sorted(requests));
     QCOMPARE(readFile(dir.filePath("package.sha256")).trimmed(), release.sha256);
+}
+
+void TestDownload::cancelDuringCacheVerification_data()
+{
+    QTest::addColumn<bool>("startAgain");
+    QTest::newRow("a cancel while the cached package is verified ends the run without a word") << false;
+    QTest::newRow("a cancel and a new start while it is verified leave one run that uses it") << true;
+}
+
+void TestDownload::cancelDuringCacheVerification()
+{
+    QFETCH(bool, startAgain);
+    const ServedRelease release = serveRelease(m_server, packageSize);
+    const QString zipPath = cacheRoot() + "/version-1.2.3/package.zip";
+    QVERIFY(writeFile(zipPath, release.package));
+    DownloadManager manager;
+    manager.setTiming(fastTiming());
+    useServer(manager, m_server);
+    QSignalSpy completed(&manager, &DownloadManager::completed);
+    QSignalSpy failed(&manager, &DownloadManager::failed);
+    // Runs at the first turn of the event loop after the manifest, while the package is verified.
+    bool once = true;
+    connect(&manager, &DownloadManager::manifestVersionKnown, this, [&] {
+        if (!std::exchange(once, false))
+            return;
+        QTimer::singleShot(0, &manager, [&] {
+            manager.cancel();
+            if (startAgain)
+                manager.start(QUrl(m_server.url("/manifest.json")), cacheRoot());
+        });
+    });
+    manager.start(QUrl(m_server.url("/manifest.json")), cacheRoot());
+    QTest::qWait(1500);
+    QCOMPARE(completed.count(), startAgain ? 1 : 0);
+    QCOMPARE(failed.count(), 0);
+    if (startAgain)
+        QCOMPARE(completed.at(0).at(0).toString(), zipPath);
+    QCOMPARE(readFile(zipPath), release.package);
+    QCOMPARE(m_server.requestCount("/pkg/package.zip"), 0);
 }
 
 void TestDownload::legacyMigration_data()

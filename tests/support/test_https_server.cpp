@@ -190,6 +190,10 @@ void TestHttpsServer::respond(QSslSocket *socket, const QString &path, const QBy
                       + "\r\nConnection: close\r\n\r\n" + body);
         socket->disconnectFromHost();
     };
+    if (fault == Fault::DropBeforeAnswer) {
+        socket->disconnectFromHost();
+        return;
+    }
     if (!m_files.contains(path) || fault == Fault::NotFound)
         return send(404, QByteArray(), "not found");
     if (fault == Fault::Status500 || fault == Fault::Status503)

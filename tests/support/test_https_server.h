@@ -31,6 +31,7 @@ public:
         CorruptBytes,      // the right range with one byte flipped
         Trickle,           // the right range, a few bytes at a time
         NotFound,
+        DropBeforeAnswer,  // the connection is closed without any answer
     };
 
     explicit TestHttpsServer(QObject *parent = nullptr);
