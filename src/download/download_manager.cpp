@@ -34,9 +34,9 @@ bool acceptsContentRange(const DownloadManager::ChunkState &chunk, const QByteAr
 constexpr int prefetchAttempts = 5;
 constexpr int writeAttempts = 5;
 constexpr qint64 readBufferBytes = 1048576;
-// What each reply may hold before Qt stops reading its socket: enough to ride out a busy
-// moment of the GUI thread, small enough for six of them.
-constexpr qint64 replyBufferBytes = 4194304;
+// What each reply may hold before Qt stops reading its socket, so that six fast transfers cannot
+// pile up in memory ahead of the disk. With 4 MiB, transfers were seen to stall under Wine's Schannel.
+constexpr qint64 replyBufferBytes = 1048576;
 
 qint64 fileSize(const QString &path)
 {

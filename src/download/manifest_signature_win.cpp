@@ -1,6 +1,6 @@
 #include "download/manifest_signature.h"
 
-#include <QCryptographicHash>
+#include "system/sha256.h"
 
 #include <memory>
 
@@ -41,7 +41,9 @@ bool verifiedBy(const QByteArray &manifest, const QByteArray &signature, const Q
                                             reinterpret_cast<PUCHAR>(blob.data()), ULONG(blob.size()), 0)))
         return false;
     const std::unique_ptr<void, KeyDestroyer> key(rawKey);
-    QByteArray digest = QCryptographicHash::hash(manifest, QCryptographicHash::Sha256);
+    Sha256 hash;
+    hash.addData(manifest);
+    QByteArray digest = hash.result();
     QByteArray rs = signature;
     return BCRYPT_SUCCESS(BCryptVerifySignature(rawKey, nullptr, reinterpret_cast<PUCHAR>(digest.data()), ULONG(digest.size()),
                                                 reinterpret_cast<PUCHAR>(rs.data()), ULONG(rs.size()), 0));
