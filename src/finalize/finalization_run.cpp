@@ -1,6 +1,7 @@
 #include "finalize/finalization_run.h"
 #include "finalize/installer_finalizer.h"
 #include "finalize/install_actions.h"
+#include "finalize/installation_processes_platform.h"
 #include "app/installer_logger.h"
 #include "browser/browser_cache_reset.h"
 #include "location/installation_identity.h"
@@ -119,6 +120,9 @@ bool FinalizationRun::identifyExistingInstallation()
     else if (identity.kind == InstallationIdentity::ValidExecutable)
         kind = QStringLiteral("legacy_core");
     InstallerLogger::write(QStringLiteral("Existing executable identity: %1").arg(kind));
+    const QString versionFile = m_in.installDir + QStringLiteral("/cfgdata/version.ini");
+    if (QFileInfo(versionFile).isFile() && !FileLinks::pathHasLink(versionFile))
+        m_replacedVersion = QSettings(versionFile, QSettings::IniFormat).value(QStringLiteral("release/version")).toString();
     if (present && identity.kind == InstallationIdentity::Invalid)
         return fail(tr("The existing application executable cannot be identified. No old files were removed.\n%1").arg(identity.message));
     if (identity.kind == InstallationIdentity::ValidExecutable) {
@@ -132,8 +136,11 @@ bool FinalizationRun::validatePackage()
 {
     const QDir staging(m_in.stagingDir);
     bool versionDirectory = false;
-    for (const QFileInfo &entry : staging.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden))
-        versionDirectory = versionDirectory || isVersionDirectoryWithCore(entry);
+    for (const QFileInfo &entry : staging.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+        if (isVersionDirectoryWithCore(entry))
+            m_packageVersions.append(entry.fileName());
+    }
+    versionDirectory = !m_packageVersions.isEmpty();
     const bool complete = QFileInfo(staging.filePath(QStringLiteral("brisalinker.exe"))).isFile()
         && QFileInfo(staging.filePath(QStringLiteral("updater.exe"))).isFile()
         && QFileInfo(staging.filePath(QStringLiteral("cfgdata/version.ini"))).isFile() && versionDirectory;
@@ -182,7 +189,12 @@ bool FinalizationRun::writeStreamerPathConfiguration()
 
 bool FinalizationRun::writeUninstallList()
 {
-    if (UninstallData::writeUninstallData(m_in.stagingDir, m_in.files, m_in.directories))
+    // Each list names only its own package: what earlier versions put down and is still there is
+    // carried forward, so the uninstaller removes every installation's files, not the last one's.
+    QStringList earlierFiles;
+    QStringList earlierDirectories;
+    UninstallData::installedEntries(m_in.installDir, &earlierFiles, &earlierDirectories);
+    if (UninstallData::writeUninstallData(m_in.stagingDir, m_in.files + earlierFiles, m_in.directories + earlierDirectories))
         return true;
     InstallerLogger::write(QStringLiteral("Unable to prepare uninstall data."));
     return fail(tr("Unable to create the uninstall data file."));
@@ -348,6 +360,7 @@ void FinalizationRun::runOptionalSteps()
     removeOldUninstallShortcut();
     retireMachineUninstallEntry();
     removeStagingDirectory();
+    removeOldVersionDirectories();
     InPlaceInstall::cleanupHistoricalBackupDirectories(m_in.installDir, m_backupDir);
     resetBrowserWorkerCaches(m_in.installDir, m_in.version);
 }
@@ -395,6 +408,28 @@ void FinalizationRun::runSystemActions()
         InstallerLogger::write(QStringLiteral("Optional system actions completed with %1 warning(s); continuing installation.").arg(warnings));
     else
         InstallerLogger::write(QStringLiteral("Elevated install actions completed."));
+}
+
+void FinalizationRun::removeOldVersionDirectories()
+{
+    // Updates must not pile up gigabytes of versions nothing runs any more.
+    static const QRegularExpression versionName(QStringLiteral("^[0-9]+(?:\\.[0-9]+)+$"));
+    // The replaced version stays: its processes may still be ending. Without a readable one no
+    // old directory is removed at all.
+    if (m_replacedVersion.isEmpty())
+        return;
+    const QStringList kept = m_packageVersions + QStringList { m_replacedVersion };
+    for (const QFileInfo &entry : QDir(m_in.installDir).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+        if (!versionName.match(entry.fileName()).hasMatch() || kept.contains(entry.fileName(), Qt::CaseInsensitive))
+            continue;
+        const QString path = entry.filePath();
+        if (!InstallationProcessesPlatform::runningImagesUnder(path).isEmpty())
+            InstallerLogger::write(QStringLiteral("Old version directory is in use and stays: %1").arg(path));
+        else if (InPlaceInstall::removeDirectoryTree(path))
+            InstallerLogger::write(QStringLiteral("Removed old version directory: %1").arg(path));
+        else
+            InstallerLogger::write(QStringLiteral("Unable to remove old version directory: %1").arg(path));
+    }
 }
 
 void FinalizationRun::removeStagingDirectory()

@@ -54,6 +54,7 @@ private:
     void rememberLocation();
     void removeOldUninstallShortcut();
     void retireMachineUninstallEntry();
+    void removeOldVersionDirectories();
     void removeStagingDirectory();
 
     bool notCancelled();
@@ -72,6 +73,8 @@ private:
     bool m_installDirWasHidden = false;
     OverlayTransaction::State m_transaction;
     InPlaceInstall::OverlayState m_overlay;
+    QStringList m_packageVersions; // the package's version directories
+    QString m_replacedVersion;     // the installed version this run replaces, when readable
     QList<Shortcuts::ShortcutSnapshot> m_shortcuts;
     bool m_shortcutsTouched = false;
     UninstallRegistration m_uninstallEntry;

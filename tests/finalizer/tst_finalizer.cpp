@@ -115,6 +115,11 @@ bool runtimeKeysUsable()
     return done->load();
 }
 
+#ifdef Q_OS_WIN
+// Every finalization registers the product for the prefix's user; each test leaves none behind.
+void forgetRegistrations();
+#endif
+
 } // namespace
 
 class FinalizerTest : public QObject
@@ -127,6 +132,7 @@ private slots:
     void optionalStepFailuresStillComplete_data();
     void optionalStepFailuresStillComplete();
     void cancelAndCommitExcludeEachOther();
+    void anUpdateListsEarlierFilesAndDropsVersionsNothingUses();
 #ifdef Q_OS_WIN
     void registrationsReplaceAnOlderInstallersOrComeBack_data();
     void registrationsReplaceAnOlderInstallersOrComeBack();
@@ -164,6 +170,9 @@ void FinalizerTest::finalizes()
     QFETCH(QString, failure);
     QFETCH(bool, updaterHeldOpen);
 
+#ifdef Q_OS_WIN
+    const auto forget = qScopeGuard(forgetRegistrations);
+#endif
     QTemporaryDir temp;
     const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
     const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-7"));
@@ -262,6 +271,9 @@ void FinalizerTest::optionalStepFailuresStillComplete()
 {
     QFETCH(QString, extraFile);
     QFETCH(QStringList, lines);
+#ifdef Q_OS_WIN
+    const auto forget = qScopeGuard(forgetRegistrations);
+#endif
     QTemporaryDir temp;
     const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
     const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-7"));
@@ -293,6 +305,42 @@ void FinalizerTest::optionalStepFailuresStillComplete()
         QVERIFY2(at < logged.size(), qPrintable(QStringLiteral("missing in order: ") + start + QLatin1Char('\n') + logged.join(QLatin1Char('\n'))));
         ++at;
     }
+}
+
+void FinalizerTest::anUpdateListsEarlierFilesAndDropsVersionsNothingUses()
+{
+    QTemporaryDir temp;
+    const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
+    const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-9"));
+#ifdef Q_OS_WIN
+    const auto forget = qScopeGuard(forgetRegistrations);
+#endif
+    put(install + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=1.4.0\n");
+    put(install + QStringLiteral("/1.4.0/bl-core.exe"), "replaced core");
+    put(install + QStringLiteral("/1.4.0/assets/big.bin"), "replaced asset");
+    put(install + QStringLiteral("/1.3.0/bl-core.exe"), "stale core");
+    put(install + QStringLiteral("/notes.txt"), "the user's own");
+    put(install + QStringLiteral("/uninstall.dat"), "BRISALINKER_UNINSTALL_V1\nF\t1.4.0/assets/big.bin\nF\t1.4.0/bl-core.exe\n"
+                                                  "F\t1.4.0/gone.dll\nD\t1.4.0/assets\nD\t1.4.0\n");
+    const Package package = stage(staging, true);
+
+    InstallerFinalizer finalizer;
+    QSignalSpy completed(&finalizer, &InstallerFinalizer::completed);
+    finalizer.finalize(staging, install, QStringLiteral("1.5.0"), package.files, package.directories, QString());
+    QTRY_COMPARE_WITH_TIMEOUT(completed.size(), 1, 60000);
+
+    // The replaced version stays for this run, an older one nothing runs goes, the user's file stays.
+    QVERIFY(QFileInfo::exists(install + QStringLiteral("/1.4.0/bl-core.exe")));
+    QVERIFY(!QFileInfo::exists(install + QStringLiteral("/1.3.0")));
+    QVERIFY(QFileInfo::exists(install + QStringLiteral("/notes.txt")));
+    QFile list(install + QStringLiteral("/uninstall.dat"));
+    QVERIFY(list.open(QIODevice::ReadOnly));
+    const QByteArray lines = list.readAll();
+    for (const QByteArray &line : { "F\t1.4.0/assets/big.bin\n", "F\t1.4.0/bl-core.exe\n", "D\t1.4.0/assets\n", "D\t1.4.0\n",
+                                    "F\t1.5.0/bl-core.exe\n" })
+        QVERIFY2(lines.contains(line), line.constData());
+    QVERIFY(!lines.contains("gone.dll"));
+    QVERIFY(!lines.contains("notes.txt"));
 }
 
 void FinalizerTest::cancelAndCommitExcludeEachOther()
