@@ -1,6 +1,7 @@
 #include "finalize/finalization_run.h"
 #include "finalize/installer_finalizer.h"
 #include "finalize/install_actions.h"
+#include "finalize/installation_processes_platform.h"
 #include "app/installer_logger.h"
 #include "browser/browser_cache_reset.h"
 #include "location/installation_identity.h"
@@ -30,6 +31,16 @@ QString tr(const char *text)
 }
 
 const QString installerKey = QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer");
+
+// The host build has no shell and no registry to register the product with.
+#ifdef Q_OS_WIN
+constexpr bool registersWithWindows = true;
+#else
+constexpr bool registersWithWindows = false;
+#endif
+
+const QString applicationShortcut = QStringLiteral("Brisa-Linker.lnk");
+const QString oldUninstallShortcut = QStringLiteral("Uninstall Brisa-Linker.lnk");
 
 bool isVersionDirectoryWithCore(const QFileInfo &entry)
 {
@@ -69,7 +80,8 @@ void FinalizationRun::execute()
         && identifyExistingInstallation() && validatePackage() && notCancelled()
         && removeUnwantedStagedFiles() && addEmbeddedUninstaller() && writeStreamerPathConfiguration()
         && writeUninstallList() && notCancelled() && beginRecoveryRecord() && notCancelled()
-        && replaceFilesInPlace() && notCancelled() && checkInstalledLauncher() && markMetadataStarted()
+        && replaceFilesInPlace() && notCancelled() && captureRegistrations() && checkInstalledLauncher()
+        && createShortcuts() && notCancelled() && registerApplication() && notCancelled() && finishInstallation()
         && notCancelled() && passPointOfNoReturn();
     if (!committed) {
         rollback();
@@ -108,6 +120,9 @@ bool FinalizationRun::identifyExistingInstallation()
     else if (identity.kind == InstallationIdentity::ValidExecutable)
         kind = QStringLiteral("legacy_core");
     InstallerLogger::write(QStringLiteral("Existing executable identity: %1").arg(kind));
+    const QString versionFile = m_in.installDir + QStringLiteral("/cfgdata/version.ini");
+    if (QFileInfo(versionFile).isFile() && !FileLinks::pathHasLink(versionFile))
+        m_replacedVersion = QSettings(versionFile, QSettings::IniFormat).value(QStringLiteral("release/version")).toString();
     if (present && identity.kind == InstallationIdentity::Invalid)
         return fail(tr("The existing application executable cannot be identified. No old files were removed.\n%1").arg(identity.message));
     if (identity.kind == InstallationIdentity::ValidExecutable) {
@@ -121,8 +136,11 @@ bool FinalizationRun::validatePackage()
 {
     const QDir staging(m_in.stagingDir);
     bool versionDirectory = false;
-    for (const QFileInfo &entry : staging.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden))
-        versionDirectory = versionDirectory || isVersionDirectoryWithCore(entry);
+    for (const QFileInfo &entry : staging.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+        if (isVersionDirectoryWithCore(entry))
+            m_packageVersions.append(entry.fileName());
+    }
+    versionDirectory = !m_packageVersions.isEmpty();
     const bool complete = QFileInfo(staging.filePath(QStringLiteral("brisalinker.exe"))).isFile()
         && QFileInfo(staging.filePath(QStringLiteral("updater.exe"))).isFile()
         && QFileInfo(staging.filePath(QStringLiteral("cfgdata/version.ini"))).isFile() && versionDirectory;
@@ -171,7 +189,12 @@ bool FinalizationRun::writeStreamerPathConfiguration()
 
 bool FinalizationRun::writeUninstallList()
 {
-    if (UninstallData::writeUninstallData(m_in.stagingDir, m_in.files, m_in.directories))
+    // Each list names only its own package: what earlier versions put down and is still there is
+    // carried forward, so the uninstaller removes every installation's files, not the last one's.
+    QStringList earlierFiles;
+    QStringList earlierDirectories;
+    UninstallData::installedEntries(m_in.installDir, &earlierFiles, &earlierDirectories);
+    if (UninstallData::writeUninstallData(m_in.stagingDir, m_in.files + earlierFiles, m_in.directories + earlierDirectories))
         return true;
     InstallerLogger::write(QStringLiteral("Unable to prepare uninstall data."));
     return fail(tr("Unable to create the uninstall data file."));
@@ -215,15 +238,92 @@ bool FinalizationRun::checkInstalledLauncher()
     return fail(tr("The application executable is missing after extraction."));
 }
 
-bool FinalizationRun::markMetadataStarted()
+bool FinalizationRun::captureRegistrations()
+{
+    if (!registersWithWindows)
+        return true;
+    // Everything the registration steps may change is read first, so a failure puts it back.
+    const QStringList paths {
+        Shortcuts::shortcutFilePath(Shortcuts::Folder::Desktop, applicationShortcut),
+        Shortcuts::shortcutFilePath(Shortcuts::Folder::Programs, applicationShortcut),
+        Shortcuts::shortcutFilePath(Shortcuts::Folder::Programs, oldUninstallShortcut),
+    };
+    for (const QString &path : paths) {
+        Shortcuts::ShortcutSnapshot snapshot;
+        if (path.isEmpty() || !Shortcuts::captureShortcutFile(path, &snapshot)) {
+            InstallerLogger::write(QStringLiteral("Unable to preserve shortcut: %1").arg(path));
+            return fail(tr("Unable to create the desktop shortcut."));
+        }
+        m_shortcuts.append(snapshot);
+    }
+    QString detail;
+    if (!m_uninstallEntry.capture(&detail)) {
+        InstallerLogger::write(detail);
+        InstallerLogger::write(QStringLiteral("Unable to register uninstaller."));
+        return fail(tr("Unable to register the uninstaller."));
+    }
+    long status = UrlProtocol::openUserClasses(m_userClasses, DesktopUser::sid().toStdWString());
+    if (status == 0) {
+        m_urlProtocol = std::make_unique<UrlProtocol::Registration>(m_userClasses.handle());
+        status = m_urlProtocol->capture();
+    }
+    if (status != 0) {
+        InstallerLogger::write(QStringLiteral("Unable to prepare URL protocol registration: Windows=%1").arg(status));
+        return fail(tr("Unable to register the application URL protocol. Windows error: %1.").arg(status));
+    }
+    return true;
+}
+
+bool FinalizationRun::createShortcuts()
 {
     progress(25);
     stage(tr("Creating shortcuts..."));
     QString detail;
     if (!OverlayTransaction::metadataStarted(&m_transaction, &detail))
         return fail(tr("Unable to prepare installation recovery.\n%1").arg(detail));
+    if (!registersWithWindows)
+        return true;
+    const QString launcher = m_in.installDir + QStringLiteral("/brisalinker.exe");
+    m_shortcutsTouched = true;
+    InstallerLogger::write(QStringLiteral("Creating desktop shortcut."));
+    if (!Shortcuts::createShortcut(Shortcuts::Folder::Desktop, launcher, m_in.installDir, launcher, applicationShortcut)) {
+        InstallerLogger::write(QStringLiteral("Unable to create desktop shortcut."));
+        return fail(tr("Unable to create the desktop shortcut."));
+    }
+    InstallerLogger::write(QStringLiteral("Creating Start Menu application shortcut."));
+    if (!Shortcuts::createShortcut(Shortcuts::Folder::Programs, launcher, m_in.installDir, launcher, applicationShortcut)) {
+        InstallerLogger::write(QStringLiteral("Unable to create Start Menu application shortcut."));
+        return fail(tr("Unable to create the Start Menu shortcuts."));
+    }
+    return true;
+}
+
+bool FinalizationRun::registerApplication()
+{
     progress(75);
     stage(tr("Registering application..."));
+    if (!registersWithWindows)
+        return true;
+    InstallerLogger::write(QStringLiteral("Registering Windows uninstaller."));
+    InstallerLogger::write(QStringLiteral("Uninstaller registry key: %1").arg(UninstallRegistration::keyPath()));
+    QString detail;
+    if (!m_uninstallEntry.write(m_in.version, m_in.installDir, &detail)) {
+        InstallerLogger::write(QStringLiteral("Unable to register uninstaller."));
+        return fail(tr("Unable to register the uninstaller."));
+    }
+    const std::wstring launcher = QDir::toNativeSeparators(m_in.installDir + QStringLiteral("/brisalinker.exe")).toStdWString();
+    const long status = m_urlProtocol->apply(launcher);
+    if (status != 0) {
+        InstallerLogger::write(QStringLiteral("Unable to register brisalinker URL protocol: Windows=%1").arg(status));
+        return fail(tr("Unable to register the application URL protocol. Windows error: %1.").arg(status));
+    }
+    const QString command = QString::fromStdWString(UrlProtocol::launchCommand(UrlProtocol::normalizedPath(launcher)));
+    InstallerLogger::write(QStringLiteral("Registered brisalinker URL protocol for desktop user %1: %2").arg(DesktopUser::sid(), command));
+    return true;
+}
+
+bool FinalizationRun::finishInstallation()
+{
     progress(85);
     stage(tr("Finishing installation..."));
     InstallerLogger::write(QStringLiteral("Uninstall data prepared: %1").arg(m_in.installDir + QStringLiteral("/uninstall.dat")));
@@ -255,13 +355,47 @@ bool FinalizationRun::passPointOfNoReturn()
 void FinalizationRun::runOptionalSteps()
 {
     runSystemActions();
+    commitUrlProtocol();
+    rememberLocation();
+    removeOldUninstallShortcut();
+    retireMachineUninstallEntry();
+    removeStagingDirectory();
+    removeOldVersionDirectories();
+    InPlaceInstall::cleanupHistoricalBackupDirectories(m_in.installDir, m_backupDir);
+    resetBrowserWorkerCaches(m_in.installDir, m_in.version);
+}
+
+void FinalizationRun::commitUrlProtocol()
+{
+    if (!m_urlProtocol)
+        return;
+    m_urlProtocol->commit();
+    UrlProtocol::notifyAssociationsChanged();
+}
+
+void FinalizationRun::rememberLocation()
+{
     if (InstallationLocation::rememberSuccessfulLocation(m_in.installDir, installerKey, QSettings::NativeFormat))
         InstallerLogger::write(QStringLiteral("Saved last successful installation directory: %1").arg(m_in.installDir));
     else
         InstallerLogger::write(QStringLiteral("Unable to save last successful installation directory: %1").arg(m_in.installDir));
-    removeStagingDirectory();
-    InPlaceInstall::cleanupHistoricalBackupDirectories(m_in.installDir, m_backupDir);
-    resetBrowserWorkerCaches(m_in.installDir, m_in.version);
+}
+
+void FinalizationRun::removeOldUninstallShortcut()
+{
+    if (!registersWithWindows)
+        return;
+    const QString path = Shortcuts::shortcutFilePath(Shortcuts::Folder::Programs, oldUninstallShortcut);
+    if (path.isEmpty() || !Shortcuts::removeShortcutFile(path))
+        InstallerLogger::write(QStringLiteral("Unable to remove old Start Menu uninstall shortcut: %1").arg(path));
+}
+
+void FinalizationRun::retireMachineUninstallEntry()
+{
+    // The earlier installer registered for every user; the user's own entry now replaces it.
+    const long status = UninstallRegistration::retireMachineEntry(m_in.installDir, m_in.otherRoot);
+    if (status != 0)
+        InstallerLogger::write(QStringLiteral("Unable to migrate old machine-wide uninstall entry: %1").arg(status));
 }
 
 void FinalizationRun::runSystemActions()
@@ -274,6 +408,28 @@ void FinalizationRun::runSystemActions()
         InstallerLogger::write(QStringLiteral("Optional system actions completed with %1 warning(s); continuing installation.").arg(warnings));
     else
         InstallerLogger::write(QStringLiteral("Elevated install actions completed."));
+}
+
+void FinalizationRun::removeOldVersionDirectories()
+{
+    // Updates must not pile up gigabytes of versions nothing runs any more.
+    static const QRegularExpression versionName(QStringLiteral("^[0-9]+(?:\\.[0-9]+)+$"));
+    // The replaced version stays: its processes may still be ending. Without a readable one no
+    // old directory is removed at all.
+    if (m_replacedVersion.isEmpty())
+        return;
+    const QStringList kept = m_packageVersions + QStringList { m_replacedVersion };
+    for (const QFileInfo &entry : QDir(m_in.installDir).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden)) {
+        if (!versionName.match(entry.fileName()).hasMatch() || kept.contains(entry.fileName(), Qt::CaseInsensitive))
+            continue;
+        const QString path = entry.filePath();
+        if (!InstallationProcessesPlatform::runningImagesUnder(path).isEmpty())
+            InstallerLogger::write(QStringLiteral("Old version directory is in use and stays: %1").arg(path));
+        else if (InPlaceInstall::removeDirectoryTree(path))
+            InstallerLogger::write(QStringLiteral("Removed old version directory: %1").arg(path));
+        else
+            InstallerLogger::write(QStringLiteral("Unable to remove old version directory: %1").arg(path));
+    }
 }
 
 void FinalizationRun::removeStagingDirectory()
@@ -315,8 +471,46 @@ void FinalizationRun::rollback()
             complete = false;
         }
     }
+    // Each put back even when another could not be: the journal has restored them already when
+    // it could, and restoring the same state again changes nothing.
+    complete = restoreShortcuts() && complete;
+    complete = restoreUninstallEntry() && complete;
+    complete = restoreUrlProtocol() && complete;
     InstallerLogger::write(complete ? QStringLiteral("Installation rolled back after finalization failure.")
                                     : QStringLiteral("CRITICAL: installation rollback was incomplete; old backup was preserved where possible."));
+}
+
+bool FinalizationRun::restoreShortcuts()
+{
+    if (!m_shortcutsTouched)
+        return true;
+    bool restored = true;
+    for (const Shortcuts::ShortcutSnapshot &snapshot : std::as_const(m_shortcuts)) {
+        QString detail;
+        if (Shortcuts::restoreShortcutFile(snapshot, &detail))
+            continue;
+        InstallerLogger::write(detail);
+        InstallerLogger::write(QStringLiteral("CRITICAL: unable to restore shortcut: %1").arg(snapshot.path));
+        restored = false;
+    }
+    return restored;
+}
+
+bool FinalizationRun::restoreUninstallEntry()
+{
+    if (m_uninstallEntry.restore())
+        return true;
+    InstallerLogger::write(QStringLiteral("CRITICAL: unable to restore uninstall registry state."));
+    return false;
+}
+
+bool FinalizationRun::restoreUrlProtocol()
+{
+    const long status = m_urlProtocol ? m_urlProtocol->rollback() : 0;
+    if (status == 0)
+        return true;
+    InstallerLogger::write(QStringLiteral("CRITICAL: unable to restore URL protocol registration: Windows=%1").arg(status));
+    return false;
 }
 
 void FinalizationRun::stage(const QString &text)

@@ -1,10 +1,15 @@
 #pragma once
 
 #include "finalize/in_place_install.h"
+#include "finalize/uninstall_registration.h"
 #include "journal/overlay_transaction.h"
+#include "system/shortcuts.h"
+#include "system/url_protocol.h"
 
 #include <QString>
 #include <QStringList>
+
+#include <memory>
 
 class InstallerFinalizer;
 
@@ -37,16 +42,27 @@ private:
     bool writeUninstallList();
     bool beginRecoveryRecord();
     bool replaceFilesInPlace();
+    bool captureRegistrations();
     bool checkInstalledLauncher();
-    bool markMetadataStarted();
+    bool createShortcuts();
+    bool registerApplication();
+    bool finishInstallation();
     bool passPointOfNoReturn();
     void runOptionalSteps();
     void runSystemActions();
+    void commitUrlProtocol();
+    void rememberLocation();
+    void removeOldUninstallShortcut();
+    void retireMachineUninstallEntry();
+    void removeOldVersionDirectories();
     void removeStagingDirectory();
 
     bool notCancelled();
     bool fail(const QString &message);
     void rollback();
+    bool restoreShortcuts();
+    bool restoreUninstallEntry();
+    bool restoreUrlProtocol();
     void stage(const QString &text);
     void progress(int percent);
 
@@ -57,4 +73,11 @@ private:
     bool m_installDirWasHidden = false;
     OverlayTransaction::State m_transaction;
     InPlaceInstall::OverlayState m_overlay;
+    QStringList m_packageVersions; // the package's version directories
+    QString m_replacedVersion;     // the installed version this run replaces, when readable
+    QList<Shortcuts::ShortcutSnapshot> m_shortcuts;
+    bool m_shortcutsTouched = false;
+    UninstallRegistration m_uninstallEntry;
+    UrlProtocol::Key m_userClasses;
+    std::unique_ptr<UrlProtocol::Registration> m_urlProtocol;
 };

@@ -4,13 +4,13 @@
 #include "journal/overlay_transaction_platform.h"
 #include "location/installation_location.h"
 #include "system/file_links.h"
+#include "system/shortcuts.h"
 
 #include <QDataStream>
 #include <QFile>
 #include <QFileInfo>
 #include <QIODevice>
 #include <QJsonArray>
-#include <QRandomGenerator>
 
 // The registry values and shortcut files that the pipeline changes after the files are in place:
 // recorded before anything changes and put back on a rollback, unless somebody else has changed
@@ -144,35 +144,17 @@ bool restoreUninstall(const QJsonObject &record, const QString &root, QString *e
     QVariantMap current;
     if (!OverlayTransactionPlatform::readUninstallValues(&current))
         return fail(error, QStringLiteral("Unable to restore uninstall metadata."));
+    // Still (or again) what it was before: a crash before the entry was written, or a rollback
+    // that already put it back. The entry may name an earlier installation elsewhere; that is
+    // the state being restored, not a takeover.
+    if (current == (snapshot.value(QStringLiteral("existed")).toBool() ? saved : QVariantMap()))
+        return true;
     const QString location = current.value(QStringLiteral("InstallLocation")).toString();
     if (!location.isEmpty() && !InstallationLocation::same(location, root))
         return fail(error, QStringLiteral("Another installation owns the current registration; recovery data was preserved."));
     if (!OverlayTransactionPlatform::writeUninstallValues(snapshot.value(QStringLiteral("existed")).toBool() ? saved : QVariantMap()))
         return fail(error, QStringLiteral("Unable to restore uninstall metadata."));
     return true;
-}
-
-// Not QSaveFile: it treats a ".lnk" file as a link and would write through it into the
-// shortcut's target. Not QTemporaryFile either: under Windows it holds its handle until
-// destroyed, so it could not replace anything. A new file beside the shortcut replaces it.
-bool rewriteShortcut(const QString &shortcut, const QByteArray &bytes)
-{
-    QString stagedPath;
-    QFile staged;
-    for (int attempt = 0; attempt < 16 && !staged.isOpen(); ++attempt) {
-        stagedPath = QFileInfo(shortcut).path() + QStringLiteral("/.brisalinker-shortcut-")
-            + QString::number(QRandomGenerator::global()->generate(), 36);
-        staged.setFileName(stagedPath);
-        staged.open(QIODevice::WriteOnly | QIODevice::NewOnly);
-    }
-    if (!staged.isOpen())
-        return false;
-    const bool written = staged.write(bytes) == bytes.size() && staged.flush();
-    staged.close();
-    if (written && OverlayTransactionPlatform::replaceFile(stagedPath, shortcut))
-        return true;
-    QFile::remove(stagedPath);
-    return false;
 }
 
 bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *error)
@@ -209,8 +191,20 @@ bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *e
                 return fail(error, QStringLiteral("Unable to remove new shortcut."));
             continue;
         }
-        if (!rewriteShortcut(shortcut, contents.at(i)))
+        if (!Shortcuts::replaceShortcutFile(shortcut, contents.at(i)))
             return fail(error, QStringLiteral("Unable to restore shortcut."));
+    }
+    return true;
+}
+
+bool sameValues(const QList<OverlayTransactionPlatform::RegistryValue> &a, const QList<OverlayTransactionPlatform::RegistryValue> &b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (qsizetype i = 0; i < a.size(); ++i) {
+        if (a.at(i).present != b.at(i).present
+            || (a.at(i).present && (a.at(i).type != b.at(i).type || a.at(i).data != b.at(i).data)))
+            return false;
     }
     return true;
 }
@@ -234,6 +228,9 @@ bool restoreProtocol(const QJsonObject &record, const QString &root, QString *er
         saved.type = static_cast<quint32>(type);
         values.append(saved);
     }
+    QList<OverlayTransactionPlatform::RegistryValue> current;
+    if (OverlayTransactionPlatform::readProtocolValues(names, &current) == Platform::Done && sameValues(current, values))
+        return true; // nothing changed since the snapshot, or already put back
     QString command;
     bool present = false;
     if (OverlayTransactionPlatform::currentProtocolCommand(&command, &present) != Platform::Done)

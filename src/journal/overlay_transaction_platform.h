@@ -14,9 +14,6 @@ namespace OverlayTransactionPlatform {
 // Renames a file or directory; fails when `to` exists or lies on another volume. Never copies.
 bool moveEntry(const QString &from, const QString &to);
 
-// Renames `from` over `to`, replacing a file there; used only for a file this run just wrote.
-bool replaceFile(const QString &from, const QString &to);
-
 // Pushes the file's written data through the operating system's cache to the disk.
 bool flushToDisk(QFileDevice *file);
 

@@ -26,11 +26,6 @@ bool moveEntry(const QString &from, const QString &to)
     return !FileLinks::exists(to) && ::rename(source.constData(), target.constData()) == 0;
 }
 
-bool replaceFile(const QString &from, const QString &to)
-{
-    return ::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
-}
-
 bool flushToDisk(QFileDevice *file)
 {
     return file->handle() >= 0 && ::fsync(file->handle()) == 0;

@@ -1,5 +1,6 @@
 #include "journal/overlay_transaction_platform.h"
 
+#include "system/com_win.h"
 #include "system/desktop_user.h"
 #include "system/handles_win.h"
 #include "system/url_protocol.h"
@@ -18,45 +19,11 @@ namespace OverlayTransactionPlatform {
 
 namespace {
 
-struct CoTaskFreer
-{
-    void operator()(wchar_t *memory) const { CoTaskMemFree(memory); }
-};
-
-template<typename T>
-struct ComReleaser
-{
-    void operator()(T *object) const
-    {
-        if (object)
-            object->Release();
-    }
-};
-template<typename T>
-using ComPointer = std::unique_ptr<T, ComReleaser<T>>;
-
-// COM on the calling thread for the lifetime of one call; a thread that already has COM in
-// another apartment model keeps it.
-class ComScope
-{
-public:
-    ComScope() : m_result(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) { }
-    ~ComScope()
-    {
-        if (SUCCEEDED(m_result))
-            CoUninitialize();
-    }
-    bool usable() const { return SUCCEEDED(m_result) || m_result == RPC_E_CHANGED_MODE; }
-
-private:
-    HRESULT m_result;
-};
-
 QString knownFolder(REFKNOWNFOLDERID folder)
 {
     wchar_t *raw = nullptr;
     const HRESULT result = SHGetKnownFolderPath(folder, KF_FLAG_DONT_VERIFY, static_cast<HANDLE>(DesktopUser::token()), &raw);
-    const std::unique_ptr<wchar_t, CoTaskFreer> owned(raw);
+    const UniqueCoTaskString owned(raw);
     if (FAILED(result) || !raw)
         return {};
     return QDir::fromNativeSeparators(QString::fromWCharArray(raw));
@@ -80,21 +47,6 @@ bool moveEntry(const QString &from, const QString &to)
     // fails rather than overwrite anything.
     return MoveFileExW(wideChars(QDir::toNativeSeparators(from)), wideChars(QDir::toNativeSeparators(to)),
                        MOVEFILE_WRITE_THROUGH) != 0;
-}
-
-bool replaceFile(const QString &from, const QString &to)
-{
-    // Shell helpers (indexers, scanners, Wine's menu builder) read a fresh shortcut for a moment
-    // after it is written; wait that out rather than fail the restore.
-    for (int attempt = 0;; ++attempt) {
-        if (MoveFileExW(wideChars(QDir::toNativeSeparators(from)), wideChars(QDir::toNativeSeparators(to)),
-                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-            return true;
-        const DWORD error = GetLastError();
-        if ((error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) || attempt == 20)
-            return false;
-        Sleep(100);
-    }
 }
 
 bool flushToDisk(QFileDevice *file)

@@ -48,4 +48,38 @@ std::wstring normalizedPath(const std::wstring &path);
 // "\"<executable>\" \"%1\"".
 std::wstring launchCommand(const std::wstring &executable);
 
+// Tells the shell that file and scheme associations changed, so it drops what it cached.
+void notifyAssociationsChanged();
+
+// The scheme's keys and values as one small transaction: capture records everything apply will
+// touch, apply writes the registration with a marker unique to this run, rollback restores the
+// captured state only while the marker is still ours, commit forgets the captured state.
+class Registration
+{
+public:
+    struct Change
+    {
+        std::wstring subkey; // relative to the user's classes root
+        bool existed = false;
+        std::vector<Value> values; // their former state
+    };
+
+    // classesRoot is borrowed and must outlive the registration.
+    explicit Registration(void *classesRoot) : m_root(classesRoot) { }
+
+    long capture();
+    long apply(const std::wstring &executable);
+    long rollback();
+    void commit();
+
+    const std::wstring &marker() const { return m_marker; }
+
+private:
+    void *m_root;
+    std::vector<Change> m_changes;
+    std::wstring m_marker;
+    bool m_captured = false;
+    bool m_applied = false;
+};
+
 } // namespace UrlProtocol

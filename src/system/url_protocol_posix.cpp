@@ -22,3 +22,33 @@ long readValue(void *, const std::wstring &, Value &, bool &found)
 }
 
 } // namespace UrlProtocol
+
+namespace UrlProtocol {
+
+void notifyAssociationsChanged()
+{
+}
+
+long Registration::capture()
+{
+    return m_captured ? 5023 : 50; // ERROR_INVALID_STATE, ERROR_NOT_SUPPORTED
+}
+
+long Registration::apply(const std::wstring &)
+{
+    return 87; // ERROR_INVALID_PARAMETER: nothing was captured
+}
+
+long Registration::rollback()
+{
+    return 0;
+}
+
+void Registration::commit()
+{
+    m_changes.clear();
+    m_captured = false;
+    m_applied = false;
+}
+
+} // namespace UrlProtocol

@@ -1,7 +1,10 @@
 #include "uninstaller/uninstall_data.h"
 #include "app/installer_logger.h"
+#include "system/file_links.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 #include <QSet>
 
@@ -12,6 +15,15 @@ namespace UninstallData {
 namespace {
 
 const QByteArray magic = QByteArrayLiteral("BRISALINKER_UNINSTALL_V1");
+constexpr qint64 largestList = 64 * 1024 * 1024;
+
+bool refused(QString *error, const QString &message)
+{
+    InstallerLogger::write(message);
+    if (error)
+        *error = message;
+    return false;
+}
 
 // Children before their parents: more separators first, then the longer path. Paths of the same
 // depth and length keep no particular order; the uninstaller needs nothing more.
@@ -52,6 +64,42 @@ bool safeUninstallRelativePath(const QString &path)
     return std::none_of(parts.cbegin(), parts.cend(), [](const QString &part) {
         return part.isEmpty() || part == QLatin1String(".") || part == QLatin1String("..");
     });
+}
+
+bool installedEntries(const QString &installDirectory, QStringList *files, QStringList *directories, QString *error)
+{
+    const QString path = QDir(installDirectory).filePath(QStringLiteral("uninstall.dat"));
+    if (!FileLinks::exists(path)) {
+        files->clear();
+        directories->clear();
+        return true;
+    }
+    QFile list(path);
+    if (FileLinks::pathHasLink(path) || !QFileInfo(path).isFile() || QFileInfo(path).size() > largestList
+        || !list.open(QIODevice::ReadOnly))
+        return refused(error, QStringLiteral("Installed uninstall data not carried forward: unreadable %1").arg(path));
+    const QList<QByteArray> lines = list.readAll().split('\n');
+    if (lines.value(0) != magic || !lines.constLast().isEmpty())
+        return refused(error, QStringLiteral("Installed uninstall data not carried forward: wrong magic or ending"));
+    QStringList keptFiles;
+    QStringList keptDirectories;
+    for (qsizetype i = 1; i + 1 < lines.size(); ++i) {
+        const QByteArray &line = lines.at(i);
+        const QString entry = QString::fromUtf8(line.mid(2));
+        if ((!line.startsWith("F\t") && !line.startsWith("D\t")) || !safeUninstallRelativePath(entry) || entry.contains(QLatin1Char('\\')))
+            return refused(error, QStringLiteral("Installed uninstall data not carried forward: unsafe entry %1").arg(QString::fromUtf8(line)));
+        const QString target = QDir(installDirectory).filePath(entry);
+        if (!FileLinks::exists(target))
+            continue; // gone already: nothing left to remove
+        const QFileInfo info(target);
+        const bool file = line.startsWith('F');
+        if (FileLinks::pathHasLink(target) || (file ? !info.isFile() : !info.isDir()))
+            return refused(error, QStringLiteral("Installed uninstall data not carried forward: %1 is not what it was").arg(entry));
+        (file ? keptFiles : keptDirectories).append(entry);
+    }
+    *files = keptFiles;
+    *directories = keptDirectories;
+    return true;
 }
 
 bool writeUninstallData(const QString &stagingDirectory, const QStringList &files, const QStringList &directories)

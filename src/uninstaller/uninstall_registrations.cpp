@@ -2,6 +2,7 @@
 
 #include <windows.h>
 #include <knownfolders.h>
+#include <sddl.h>
 #include <objbase.h>
 #include <shlobj.h>
 #include <shobjidl.h>
@@ -9,8 +10,32 @@
 namespace {
 
 const wchar_t uninstallKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker";
-const wchar_t schemeKey[] = L"Software\\Classes\\brisalinker";
-const wchar_t commandKey[] = L"Software\\Classes\\brisalinker\\shell\\open\\command";
+const wchar_t schemeKey[] = L"brisalinker";
+const wchar_t commandKey[] = L"brisalinker\\shell\\open\\command";
+
+// The user's own classes hive ("HKEY_USERS\<SID>_Classes"), where the installer registers the
+// scheme. HKEY_CURRENT_USER\Software\Classes is a merged view that also shows the machine's
+// classes, so a deletion there could reach a scheme that is not the user's.
+HKEY userClasses()
+{
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return nullptr;
+    BYTE buffer[512];
+    DWORD size = 0;
+    wchar_t *sid = nullptr;
+    const bool named = GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &size)
+        && ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &sid);
+    CloseHandle(token);
+    if (!named)
+        return nullptr;
+    const std::wstring path = std::wstring(sid) + L"_Classes";
+    LocalFree(sid);
+    HKEY classes = nullptr;
+    if (RegOpenKeyExW(HKEY_USERS, path.c_str(), 0, KEY_READ | KEY_WRITE, &classes) != ERROR_SUCCESS)
+        return nullptr;
+    return classes;
+}
 
 std::wstring canonical(std::wstring path)
 {
@@ -102,10 +127,14 @@ void removeRegistrations(const std::wstring &installDirectory)
         CoUninitialize();
 
     // The scheme is ours when its command starts our launcher.
-    std::wstring command = readString(HKEY_CURRENT_USER, commandKey, nullptr);
+    const HKEY classes = userClasses();
+    if (!classes)
+        return;
+    std::wstring command = readString(classes, commandKey, nullptr);
     CharLowerBuffW(command.data(), DWORD(command.size()));
     if (command.rfind(L"\"" + canonical(launcher) + L"\"", 0) == 0) {
-        deleteTree(HKEY_CURRENT_USER, schemeKey);
+        deleteTree(classes, schemeKey);
         SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
     }
+    RegCloseKey(classes);
 }

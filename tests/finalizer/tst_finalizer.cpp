@@ -1,13 +1,17 @@
 #include "finalize/installer_finalizer.h"
 #include "finalize/thread_exit_order.h"
 #include "support/log_capture.h"
+#include "system/desktop_user.h"
+#include "system/shortcuts.h"
 
 #include <QCryptographicHash>
+#include <QDate>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QSignalSpy>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -111,6 +115,11 @@ bool runtimeKeysUsable()
     return done->load();
 }
 
+#ifdef Q_OS_WIN
+// Every finalization registers the product for the prefix's user; each test leaves none behind.
+void forgetRegistrations();
+#endif
+
 } // namespace
 
 class FinalizerTest : public QObject
@@ -123,6 +132,11 @@ private slots:
     void optionalStepFailuresStillComplete_data();
     void optionalStepFailuresStillComplete();
     void cancelAndCommitExcludeEachOther();
+    void anUpdateListsEarlierFilesAndDropsVersionsNothingUses();
+#ifdef Q_OS_WIN
+    void registrationsReplaceAnOlderInstallersOrComeBack_data();
+    void registrationsReplaceAnOlderInstallersOrComeBack();
+#endif
     void workerThreadsEndCleanly_data();
     void workerThreadsEndCleanly();
 };
@@ -156,6 +170,9 @@ void FinalizerTest::finalizes()
     QFETCH(QString, failure);
     QFETCH(bool, updaterHeldOpen);
 
+#ifdef Q_OS_WIN
+    const auto forget = qScopeGuard(forgetRegistrations);
+#endif
     QTemporaryDir temp;
     const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
     const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-7"));
@@ -254,6 +271,9 @@ void FinalizerTest::optionalStepFailuresStillComplete()
 {
     QFETCH(QString, extraFile);
     QFETCH(QStringList, lines);
+#ifdef Q_OS_WIN
+    const auto forget = qScopeGuard(forgetRegistrations);
+#endif
     QTemporaryDir temp;
     const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
     const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-7"));
@@ -287,6 +307,42 @@ void FinalizerTest::optionalStepFailuresStillComplete()
     }
 }
 
+void FinalizerTest::anUpdateListsEarlierFilesAndDropsVersionsNothingUses()
+{
+    QTemporaryDir temp;
+    const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
+    const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-9"));
+#ifdef Q_OS_WIN
+    const auto forget = qScopeGuard(forgetRegistrations);
+#endif
+    put(install + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=1.4.0\n");
+    put(install + QStringLiteral("/1.4.0/bl-core.exe"), "replaced core");
+    put(install + QStringLiteral("/1.4.0/assets/big.bin"), "replaced asset");
+    put(install + QStringLiteral("/1.3.0/bl-core.exe"), "stale core");
+    put(install + QStringLiteral("/notes.txt"), "the user's own");
+    put(install + QStringLiteral("/uninstall.dat"), "BRISALINKER_UNINSTALL_V1\nF\t1.4.0/assets/big.bin\nF\t1.4.0/bl-core.exe\n"
+                                                  "F\t1.4.0/gone.dll\nD\t1.4.0/assets\nD\t1.4.0\n");
+    const Package package = stage(staging, true);
+
+    InstallerFinalizer finalizer;
+    QSignalSpy completed(&finalizer, &InstallerFinalizer::completed);
+    finalizer.finalize(staging, install, QStringLiteral("1.5.0"), package.files, package.directories, QString());
+    QTRY_COMPARE_WITH_TIMEOUT(completed.size(), 1, 60000);
+
+    // The replaced version stays for this run, an older one nothing runs goes, the user's file stays.
+    QVERIFY(QFileInfo::exists(install + QStringLiteral("/1.4.0/bl-core.exe")));
+    QVERIFY(!QFileInfo::exists(install + QStringLiteral("/1.3.0")));
+    QVERIFY(QFileInfo::exists(install + QStringLiteral("/notes.txt")));
+    QFile list(install + QStringLiteral("/uninstall.dat"));
+    QVERIFY(list.open(QIODevice::ReadOnly));
+    const QByteArray lines = list.readAll();
+    for (const QByteArray &line : { "F\t1.4.0/assets/big.bin\n", "F\t1.4.0/bl-core.exe\n", "D\t1.4.0/assets\n", "D\t1.4.0\n",
+                                    "F\t1.5.0/bl-core.exe\n" })
+        QVERIFY2(lines.contains(line), line.constData());
+    QVERIFY(!lines.contains("gone.dll"));
+    QVERIFY(!lines.contains("notes.txt"));
+}
+
 void FinalizerTest::cancelAndCommitExcludeEachOther()
 {
     InstallerFinalizer finalizer;
@@ -296,6 +352,148 @@ void FinalizerTest::cancelAndCommitExcludeEachOther()
     QVERIFY(finalizer.requestCancel());
     QVERIFY(!finalizer.beginCommitPhase()); // a cancellation that came first wins
 }
+
+#ifdef Q_OS_WIN
+namespace {
+
+std::wstring userKey(const wchar_t *subkey)
+{
+    return DesktopUser::sid().toStdWString() + subkey;
+}
+const wchar_t entryKey[] = L"\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker";
+const wchar_t schemeKey[] = L"_Classes\\brisalinker";
+
+// Every value of the entry as "name type bytes", in the registry's order.
+QStringList entryValues()
+{
+    QStringList values;
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_USERS, userKey(entryKey).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
+        return values;
+    wchar_t name[256];
+    BYTE data[2048];
+    for (DWORD i = 0;; ++i) {
+        DWORD nameSize = 256, dataSize = sizeof(data), type = 0;
+        if (RegEnumValueW(key, i, name, &nameSize, nullptr, &type, data, &dataSize) != ERROR_SUCCESS)
+            break;
+        const QByteArray bytes(reinterpret_cast<char *>(data), dataSize);
+        values << QStringLiteral("%1 %2 %3").arg(QString::fromWCharArray(name, nameSize)).arg(type)
+                      .arg(type == REG_SZ ? QString::fromWCharArray(reinterpret_cast<wchar_t *>(data)) : QString::fromLatin1(bytes.toHex()));
+    }
+    RegCloseKey(key);
+    return values;
+}
+
+void setValue(const wchar_t *name, DWORD type, const QByteArray &bytes)
+{
+    RegSetKeyValueW(HKEY_USERS, userKey(entryKey).c_str(), name, type, bytes.constData(), DWORD(bytes.size()));
+}
+
+QByteArray wide(const QString &text)
+{
+    return QByteArray(reinterpret_cast<const char *>(text.utf16()), (text.size() + 1) * 2);
+}
+
+QString shortcut(Shortcuts::Folder folder)
+{
+    return Shortcuts::shortcutFilePath(folder, QStringLiteral("Brisa-Linker.lnk"));
+}
+
+bool shortcutExists(Shortcuts::Folder folder)
+{
+    Shortcuts::ShortcutSnapshot snapshot;
+    return Shortcuts::captureShortcutFile(shortcut(folder), &snapshot) && snapshot.existed;
+}
+
+void forgetRegistrations()
+{
+    RegDeleteTreeW(HKEY_USERS, userKey(entryKey).c_str());
+    RegDeleteKeyW(HKEY_USERS, userKey(entryKey).c_str());
+    RegDeleteTreeW(HKEY_USERS, userKey(schemeKey).c_str());
+    RegDeleteKeyW(HKEY_USERS, userKey(schemeKey).c_str());
+    Shortcuts::removeShortcutFile(shortcut(Shortcuts::Folder::Desktop));
+    Shortcuts::removeShortcutFile(shortcut(Shortcuts::Folder::Programs));
+}
+
+} // namespace
+
+void FinalizerTest::registrationsReplaceAnOlderInstallersOrComeBack_data()
+{
+    QTest::addColumn<QString>("cancelAt");
+    QTest::addColumn<bool>("entryElsewhere");
+    QTest::newRow("an installation replaces an older installer's entry and registers itself") << QString() << false;
+    QTest::newRow("a cancel after the registrations puts every former value back with its type")
+        << "Finishing installation..." << false;
+    // Before the entry is written it still names the other installation: that is the state to
+    // keep, not another installation's takeover that would block the recovery.
+    QTest::newRow("a cancel before the entry is written recovers although it names another installation")
+        << "Creating shortcuts..." << true;
+}
+
+void FinalizerTest::registrationsReplaceAnOlderInstallersOrComeBack()
+{
+    QFETCH(QString, cancelAt);
+    QFETCH(bool, entryElsewhere);
+    forgetRegistrations();
+    const auto forget = qScopeGuard(forgetRegistrations);
+    QTemporaryDir temp;
+    const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
+    const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-8"));
+    put(install + QStringLiteral("/updater.exe"), "old updater");
+    const Package package = stage(staging, true);
+    const QString location = entryElsewhere ? QStringLiteral("D:\\Elsewhere\\BrisaLinker") : QDir::toNativeSeparators(install);
+
+    // What an older installer left: its own extras, in types a plain text rewrite would lose.
+    setValue(L"DisplayName", REG_SZ, wide(QStringLiteral("Brisa-Linker 1.4")));
+    setValue(L"InstallLocation", REG_SZ, wide(location));
+    setValue(L"QuietUninstallString", REG_SZ, wide(QStringLiteral("\"C:\\old\\unins000.exe\" /SILENT")));
+    const DWORD one = 1;
+    setValue(L"WindowsInstaller", REG_DWORD, QByteArray(reinterpret_cast<const char *>(&one), 4));
+    setValue(L"DisplayIcon", REG_EXPAND_SZ, wide(QStringLiteral("%ProgramFiles%\\old.ico")));
+    setValue(L"EstimatedSize", REG_DWORD, QByteArray("\x00\x10\x00\x00", 4));
+    setValue(L"Inno Setup: Blob", REG_BINARY, QByteArray("\x01\x02\xff", 3));
+    const QStringList former = entryValues();
+
+    InstallerFinalizer finalizer;
+    QSignalSpy completed(&finalizer, &InstallerFinalizer::completed);
+    QSignalSpy failed(&finalizer, &InstallerFinalizer::failed);
+    connect(&finalizer, &InstallerFinalizer::stageChanged, &finalizer, [&](const QString &stageText) {
+        if (stageText == cancelAt)
+            finalizer.requestCancel();
+    }, Qt::DirectConnection);
+    finalizer.finalize(staging, install, QStringLiteral("1.5.0"), package.files, package.directories, QString());
+    QTRY_VERIFY_WITH_TIMEOUT(completed.size() + failed.size() == 1, 60000);
+
+    if (!cancelAt.isEmpty()) {
+        QCOMPARE(failed.first().first().toString(), QStringLiteral("Installation cancelled."));
+        QCOMPARE(entryValues(), former);
+        QVERIFY(!shortcutExists(Shortcuts::Folder::Desktop));
+        QVERIFY(!shortcutExists(Shortcuts::Folder::Programs));
+        HKEY scheme = nullptr;
+        QCOMPARE(RegOpenKeyExW(HKEY_USERS, userKey(schemeKey).c_str(), 0, KEY_READ, &scheme), LONG(ERROR_FILE_NOT_FOUND));
+        QVERIFY(!QFileInfo::exists(install + QStringLiteral("/.install-transaction.json")));
+        return;
+    }
+    QCOMPARE(completed.size(), 1);
+    const QString root = QDir::toNativeSeparators(install);
+    const QStringList entry = entryValues();
+    for (const QString &value : { QStringLiteral("DisplayName 1 Brisa-Linker"), QStringLiteral("DisplayVersion 1 1.5.0"),
+                                  QStringLiteral("Publisher 1 ORLANDA FIELDWORKS INC"), QStringLiteral("InstallLocation 1 ") + root,
+                                  QStringLiteral("DisplayIcon 1 ") + root + QStringLiteral("\\brisalinker.exe"),
+                                  QStringLiteral("UninstallString 1 \"") + root + QStringLiteral("\\uninstall.exe\""),
+                                  QStringLiteral("NoModify 4 01000000"), QStringLiteral("NoRepair 4 01000000"),
+                                  QStringLiteral("InstallDate 1 ") + QDate::currentDate().toString(QStringLiteral("yyyyMMdd")) })
+        QVERIFY2(entry.contains(value), qPrintable(value + QStringLiteral(" in ") + entry.join(QStringLiteral(" | "))));
+    QVERIFY(entry.filter(QRegularExpression(QStringLiteral("^(QuietUninstallString|WindowsInstaller) "))).isEmpty());
+    QVERIFY(shortcutExists(Shortcuts::Folder::Desktop));
+    QVERIFY(shortcutExists(Shortcuts::Folder::Programs));
+    wchar_t command[512] = {};
+    DWORD size = sizeof(command);
+    QCOMPARE(RegGetValueW(HKEY_USERS, userKey(L"_Classes\\brisalinker\\shell\\open\\command").c_str(), nullptr, RRF_RT_REG_SZ,
+                          nullptr, command, &size), LONG(ERROR_SUCCESS));
+    QCOMPARE(QString::fromWCharArray(command), QStringLiteral("\"") + root + QStringLiteral("\\brisalinker.exe\" \"%1\""));
+}
+#endif
 
 void FinalizerTest::workerThreadsEndCleanly_data()
 {

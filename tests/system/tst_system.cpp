@@ -2,12 +2,15 @@
 #include "system/desktop_user.h"
 #include "system/file_links.h"
 #include "system/sha256.h"
+#include "system/shortcuts.h"
+#include "system/url_protocol.h"
 #include "system/windows_command_line.h"
 #include "support/test_links.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -15,6 +18,8 @@
 #include "fake_launch_api_win.h"
 #include <windows.h>
 #include <shellapi.h>
+#include <objbase.h>
+#include <shobjidl.h>
 #else
 #include <unistd.h>
 #endif
@@ -465,6 +470,199 @@ void SystemTest::launchAsTheRealDesktopUser()
     QVERIFY(pid != 0);
     QCOMPARE(error, quint32(0));
     QCOMPARE(diagnostics.user, DesktopUser::sid());
+}
+
+namespace {
+
+QString shellLinkText(IShellLinkW *link, HRESULT (STDMETHODCALLTYPE IShellLinkW::*get)(LPWSTR, int))
+{
+    wchar_t text[MAX_PATH + 1] = {};
+    return SUCCEEDED((link->*get)(text, MAX_PATH)) ? QString::fromWCharArray(text) : QString();
+}
+
+// A scratch classes root, so the scheme rows never touch the user's real registration.
+struct ScratchClasses
+{
+    HKEY key = nullptr;
+    ScratchClasses()
+    {
+        RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\BrisaLinkerTest\\Classes");
+        RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\BrisaLinkerTest\\Classes", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    }
+    ~ScratchClasses()
+    {
+        RegCloseKey(key);
+        RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\BrisaLinkerTest\\Classes");
+    }
+    // Every key with every value (type and bytes), as one comparable text.
+    QStringList dump(const std::wstring &subkey = L"") const
+    {
+        QStringList lines;
+        HKEY raw = nullptr;
+        if (RegOpenKeyExW(key, subkey.c_str(), 0, KEY_READ, &raw) != ERROR_SUCCESS)
+            return lines;
+        lines << QStringLiteral("key ") + QString::fromStdWString(subkey);
+        wchar_t name[256];
+        BYTE data[1024];
+        for (DWORD i = 0;; ++i) {
+            DWORD nameSize = 256, dataSize = sizeof(data), type = 0;
+            if (RegEnumValueW(raw, i, name, &nameSize, nullptr, &type, data, &dataSize) != ERROR_SUCCESS)
+                break;
+            lines << QStringLiteral("  %1 %2 %3").arg(QString::fromWCharArray(name, nameSize)).arg(type)
+                         .arg(QString::fromLatin1(QByteArray(reinterpret_cast<char *>(data), dataSize).toHex()));
+        }
+        for (DWORD i = 0;; ++i) {
+            DWORD nameSize = 256;
+            if (RegEnumKeyExW(raw, i, name, &nameSize, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
+                break;
+            lines << dump(subkey.empty() ? std::wstring(name) : subkey + L"\\" + name);
+        }
+        RegCloseKey(raw);
+        return lines;
+    }
+    void set(const std::wstring &subkey, const wchar_t *name, const std::wstring &text) const
+    {
+        RegSetKeyValueW(key, subkey.c_str(), name, REG_SZ, text.c_str(), DWORD((text.size() + 1) * sizeof(wchar_t)));
+    }
+};
+
+} // namespace
+
+void SystemTest::shortcutReadsBackThroughTheShell()
+{
+    const QString target = QStringLiteral("C:/Program Files/BrisaLinker/brisalinker.exe");
+    const QString name = QStringLiteral("Brisa-Linker test shortcut.lnk");
+    QVERIFY(Shortcuts::createShortcut(Shortcuts::Folder::Desktop, target, QStringLiteral("C:/Program Files/BrisaLinker"), target, name));
+    const QString path = Shortcuts::shortcutFilePath(Shortcuts::Folder::Desktop, name);
+    const auto removed = qScopeGuard([&] { Shortcuts::removeShortcutFile(path); });
+
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    IShellLinkW *link = nullptr;
+    IPersistFile *file = nullptr;
+    QVERIFY(SUCCEEDED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, reinterpret_cast<void **>(&link))));
+    QVERIFY(SUCCEEDED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void **>(&file))));
+    QVERIFY(SUCCEEDED(file->Load(reinterpret_cast<const wchar_t *>(QDir::toNativeSeparators(path).utf16()), STGM_READ)));
+    wchar_t text[MAX_PATH + 1] = {};
+    QVERIFY(SUCCEEDED(link->GetPath(text, MAX_PATH, nullptr, SLGP_RAWPATH)));
+    QCOMPARE(QString::fromWCharArray(text), QStringLiteral("C:\\Program Files\\BrisaLinker\\brisalinker.exe"));
+    QCOMPARE(shellLinkText(link, &IShellLinkW::GetWorkingDirectory), QStringLiteral("C:\\Program Files\\BrisaLinker"));
+    QCOMPARE(shellLinkText(link, &IShellLinkW::GetDescription), QStringLiteral("Brisa-Linker"));
+    int icon = -1;
+    QVERIFY(SUCCEEDED(link->GetIconLocation(text, MAX_PATH, &icon)));
+    QCOMPARE(QString::fromWCharArray(text), QStringLiteral("C:\\Program Files\\BrisaLinker\\brisalinker.exe"));
+    QCOMPARE(icon, 0);
+    file->Release();
+    link->Release();
+    CoUninitialize();
+
+    // Captured whole, removed, and put back byte for byte.
+    Shortcuts::ShortcutSnapshot snapshot;
+    QVERIFY(Shortcuts::captureShortcutFile(path, &snapshot));
+    QVERIFY(snapshot.existed);
+    QVERIFY(Shortcuts::removeShortcutFile(path));
+    QVERIFY(Shortcuts::removeShortcutFile(path)); // already gone counts as removed
+    QVERIFY(Shortcuts::restoreShortcutFile(snapshot));
+    Shortcuts::ShortcutSnapshot restored;
+    QVERIFY(Shortcuts::captureShortcutFile(path, &restored));
+    QCOMPARE(restored.content, snapshot.content);
+}
+
+void SystemTest::captureRefusesWhatNoShortcutOfOursIs_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("a missing shortcut is captured as absent") << "missing" << true;
+    QTest::newRow("a shortcut of exactly 4 MiB is captured") << "4 MiB" << true;
+    QTest::newRow("a shortcut over 4 MiB is refused") << "over 4 MiB" << false;
+    QTest::newRow("a directory is refused") << "directory" << false;
+    QTest::newRow("a directory link is refused, never followed") << "link" << false;
+}
+
+void SystemTest::captureRefusesWhatNoShortcutOfOursIs()
+{
+    QFETCH(QString, kind);
+    QFETCH(bool, accepted);
+    QTemporaryDir temp;
+    QString path = temp.filePath(QStringLiteral("Brisa-Linker.lnk"));
+    if (kind.endsWith(QLatin1String("MiB"))) {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(file.resize(4194304 + (kind.startsWith(QLatin1String("over")) ? 1 : 0)));
+    } else if (kind == QLatin1String("directory")) {
+        QVERIFY(QDir().mkpath(path));
+    } else if (kind == QLatin1String("link")) {
+        path = QStringLiteral("C:/brisa-link-fixture/dir-link");
+        QVERIFY(FileLinks::isLink(path));
+    }
+    Shortcuts::ShortcutSnapshot snapshot;
+    QCOMPARE(Shortcuts::captureShortcutFile(path, &snapshot), accepted);
+    QCOMPARE(snapshot.existed, accepted && kind != QLatin1String("missing"));
+}
+
+void SystemTest::urlSchemeRegistration_data()
+{
+    QTest::addColumn<QString>("before"); // "none" or "other": another program's scheme
+    QTest::addColumn<QString>("executable");
+    QTest::addColumn<QString>("afterApply"); // "", "recapture" or "takeover"
+    QTest::addColumn<int>("applyResult");
+    QTest::addColumn<int>("expected"); // of the second capture or the rollback
+    QTest::addColumn<QString>("command");
+
+    const QString launcher = QStringLiteral("C:\\Apps\\BrisaLinker\\brisalinker.exe");
+    QTest::newRow("a wrong file name writes nothing")
+        << "other" << "C:\\Apps\\BrisaLinker\\notepad.exe" << "" << 87 << 0 << "";
+    QTest::newRow("a second capture is refused") << "none" << launcher << "recapture" << 0 << 5023 << "";
+    QTest::newRow("a marker rewritten by another installer wins over the rollback")
+        << "other" << launcher << "takeover" << 0 << 170 << "";
+    QTest::newRow("a UNC path is registered in its plain form")
+        << "none" << "\\\\?\\UNC\\server\\share\\BrisaLinker\\brisalinker.exe" << "" << 0 << 0
+        << "\"\\\\server\\share\\BrisaLinker\\brisalinker.exe\" \"%1\"";
+    QTest::newRow("a scheme that did not exist is removed completely") << "none" << launcher << "" << 0 << 0 << "";
+    QTest::newRow("another program's scheme comes back value for value") << "other" << launcher << "" << 0 << 0 << "";
+}
+
+void SystemTest::urlSchemeRegistration()
+{
+    QFETCH(QString, before);
+    QFETCH(QString, executable);
+    QFETCH(QString, afterApply);
+    QFETCH(int, applyResult);
+    QFETCH(int, expected);
+    QFETCH(QString, command);
+    const ScratchClasses classes;
+    QVERIFY(classes.key);
+    if (before == QLatin1String("other")) {
+        classes.set(L"brisalinker", nullptr, L"URL:Other");
+        classes.set(L"brisalinker\\shell\\open\\command", nullptr, L"\"C:\\Other\\other.exe\" \"%1\"");
+        classes.set(L"brisalinker\\shell\\open\\command", L"DelegateExecute", L"{00000000-0000-0000-0000-000000000000}");
+    }
+    const QStringList original = classes.dump();
+
+    UrlProtocol::Registration registration(classes.key);
+    QCOMPARE(registration.capture(), 0L);
+    QCOMPARE(registration.apply(executable.toStdWString()), long(applyResult));
+    if (applyResult != 0) {
+        QCOMPARE(classes.dump(), original);
+        return;
+    }
+    const QStringList applied = classes.dump();
+    QVERIFY(applied.join('\n').contains(QStringLiteral("URL Protocol 1")));
+    QVERIFY(!applied.join('\n').contains(QStringLiteral("DelegateExecute")));
+    if (!command.isEmpty()) {
+        wchar_t text[512] = {};
+        DWORD size = sizeof(text);
+        QCOMPARE(RegGetValueW(classes.key, L"brisalinker\\shell\\open\\command", nullptr, RRF_RT_REG_SZ, nullptr, text, &size), ERROR_SUCCESS);
+        QCOMPARE(QString::fromWCharArray(text), command);
+    }
+    if (afterApply == QLatin1String("recapture")) {
+        QCOMPARE(registration.capture(), long(expected));
+        return;
+    }
+    if (afterApply == QLatin1String("takeover"))
+        classes.set(L"brisalinker", L"BrisaLinkerInstallerRegistration", L"another installer's run");
+    const QStringList beforeRollback = classes.dump();
+    QCOMPARE(registration.rollback(), long(expected));
+    QCOMPARE(classes.dump(), expected == 0 ? original : beforeRollback);
 }
 
 #endif

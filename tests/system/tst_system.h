@@ -30,5 +30,10 @@ private slots:
     void mergingKeepsDenials();
     void refusedPermissionTreesRollBack_data();
     void refusedPermissionTreesRollBack();
+    void shortcutReadsBackThroughTheShell();
+    void captureRefusesWhatNoShortcutOfOursIs_data();
+    void captureRefusesWhatNoShortcutOfOursIs();
+    void urlSchemeRegistration_data();
+    void urlSchemeRegistration();
 #endif
 };

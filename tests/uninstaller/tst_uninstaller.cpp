@@ -8,6 +8,7 @@
 #include <QTest>
 
 #include <windows.h>
+#include <sddl.h>
 #include <objbase.h>
 #include <shlobj.h>
 #include <shobjidl.h>
@@ -45,6 +46,22 @@ int runUninstaller(const QString &installDirectory)
     if (!uninstall.waitForFinished(120000))
         return -2;
     return uninstall.exitCode();
+}
+
+QString processSid()
+{
+    HANDLE token = nullptr;
+    BYTE buffer[512];
+    DWORD size = 0;
+    wchar_t *sid = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return {};
+    if (GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &size))
+        ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &sid);
+    CloseHandle(token);
+    const QString text = sid ? QString::fromWCharArray(sid) : QString();
+    LocalFree(sid);
+    return text;
 }
 
 bool createShortcut(const QString &path, const QString &target)
@@ -169,7 +186,7 @@ void UninstallerTest::removesOnlyRegistrationsThatPointHere()
     put(installation + QStringLiteral("/uninstall.dat"), magic + "F\tbrisalinker.exe\nF\tuninstall.dat\nF\tuninstall.exe\n");
 
     const QString key = QStringLiteral("HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker");
-    const QString scheme = QStringLiteral("HKEY_CURRENT_USER\\Software\\Classes\\brisalinker");
+    const QString scheme = QStringLiteral("HKEY_USERS\\%1_Classes\\brisalinker").arg(processSid());
     const QString desktop = desktopFolder();
     QVERIFY(!desktop.isEmpty());
     const QString ours = desktop + QStringLiteral("/Brisa-Linker.lnk");

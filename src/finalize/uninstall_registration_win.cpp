@@ -1,0 +1,214 @@
+#include "finalize/uninstall_registration.h"
+
+#include "location/installation_location.h"
+#include "system/desktop_user.h"
+#include "system/handles_win.h"
+
+#include <QDate>
+#include <QDir>
+
+namespace {
+
+const wchar_t entryPath[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker";
+
+bool report(QString *error, const QString &message)
+{
+    if (error)
+        *error = message;
+    return false;
+}
+
+// Relative to HKEY_USERS; empty when there is no desktop user, so nothing is ever written to a
+// key of the wrong user.
+std::wstring userEntry()
+{
+    const QString sid = DesktopUser::sid();
+    return sid.isEmpty() ? std::wstring() : sid.toStdWString() + L"\\" + entryPath;
+}
+
+LSTATUS setString(HKEY key, const wchar_t *name, const QString &text)
+{
+    return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE *>(text.utf16()),
+                          DWORD((text.size() + 1) * sizeof(wchar_t)));
+}
+
+LSTATUS setNumber(HKEY key, const wchar_t *name, DWORD number)
+{
+    return RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE *>(&number), sizeof(number));
+}
+
+LSTATUS readAll(HKEY key, QList<UninstallRegistration::Value> *values)
+{
+    DWORD count = 0;
+    DWORD longestName = 0;
+    DWORD longestData = 0;
+    LSTATUS status = RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, &longestName,
+                                      &longestData, nullptr, nullptr);
+    if (status != ERROR_SUCCESS)
+        return status;
+    QList<UninstallRegistration::Value> result;
+    for (DWORD index = 0; index < count; ++index) {
+        std::wstring name(longestName + 1, L'\0');
+        QByteArray data(qsizetype(longestData), Qt::Uninitialized);
+        DWORD nameSize = DWORD(name.size());
+        DWORD dataSize = DWORD(data.size());
+        DWORD type = 0;
+        status = RegEnumValueW(key, index, name.data(), &nameSize, nullptr, &type, reinterpret_cast<BYTE *>(data.data()), &dataSize);
+        if (status != ERROR_SUCCESS)
+            return status; // changed while read: the caller fails rather than capture half
+        data.resize(qsizetype(dataSize));
+        result.append({ QString::fromWCharArray(name.c_str(), int(nameSize)), type, data });
+    }
+    *values = result;
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+QString UninstallRegistration::keyPath()
+{
+    return DesktopUser::uninstallKey();
+}
+
+bool UninstallRegistration::read(QList<Value> *values, bool *keyExists)
+{
+    const std::wstring path = userEntry();
+    if (path.empty())
+        return false;
+    HKEY raw = nullptr;
+    const LSTATUS opened = RegOpenKeyExW(HKEY_USERS, path.c_str(), 0, KEY_QUERY_VALUE, &raw);
+    if (keyExists)
+        *keyExists = opened == ERROR_SUCCESS;
+    if (opened == ERROR_FILE_NOT_FOUND) {
+        values->clear();
+        return true;
+    }
+    if (opened != ERROR_SUCCESS)
+        return false;
+    const UniqueRegistryKey key(raw);
+    return readAll(key.get(), values) == ERROR_SUCCESS;
+}
+
+bool UninstallRegistration::capture(QString *error)
+{
+    QList<Value> values;
+    bool existed = false;
+    if (!read(&values, &existed))
+        return report(error, QStringLiteral("Unable to read the uninstall registration: %1").arg(keyPath()));
+    m_values = values;
+    m_keyExisted = existed;
+    m_captured = true;
+    m_written = false;
+    return true;
+}
+
+bool UninstallRegistration::write(const QString &version, const QString &installDir, QString *error)
+{
+    const std::wstring path = userEntry();
+    if (!m_captured || path.empty())
+        return report(error, QStringLiteral("The uninstall registration was not captured."));
+    HKEY raw = nullptr;
+    LSTATUS status = RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, nullptr);
+    if (status != ERROR_SUCCESS)
+        return report(error, QStringLiteral("Windows=%1").arg(status));
+    const UniqueRegistryKey key(raw);
+    m_written = true;
+    const QString root = QDir::toNativeSeparators(InstallationLocation::normalized(installDir));
+    const auto text = [&](const wchar_t *name, const QString &value) {
+        if (status == ERROR_SUCCESS)
+            status = setString(key.get(), name, value);
+    };
+    const auto removed = [&](const wchar_t *name) {
+        if (status == ERROR_SUCCESS) {
+            status = RegDeleteValueW(key.get(), name);
+            if (status == ERROR_FILE_NOT_FOUND)
+                status = ERROR_SUCCESS;
+        }
+    };
+    text(L"DisplayName", QStringLiteral("Brisa-Linker"));
+    text(L"DisplayVersion", version);
+    text(L"Publisher", QStringLiteral("ORLANDA FIELDWORKS INC"));
+    text(L"InstallLocation", root);
+    text(L"DisplayIcon", root + QStringLiteral("\\brisalinker.exe"));
+    text(L"UninstallString", QLatin1Char('"') + root + QStringLiteral("\\uninstall.exe\""));
+    removed(L"QuietUninstallString");
+    if (status == ERROR_SUCCESS)
+        status = setNumber(key.get(), L"NoModify", 1);
+    if (status == ERROR_SUCCESS)
+        status = setNumber(key.get(), L"NoRepair", 1);
+    removed(L"WindowsInstaller");
+    text(L"InstallDate", QDate::currentDate().toString(QStringLiteral("yyyyMMdd")));
+    if (status == ERROR_SUCCESS)
+        status = RegFlushKey(key.get());
+    return status == ERROR_SUCCESS || report(error, QStringLiteral("Windows=%1").arg(status));
+}
+
+bool UninstallRegistration::restore(QString *error)
+{
+    if (!m_written)
+        return true;
+    const std::wstring path = userEntry();
+    if (!m_keyExisted) {
+        LSTATUS deleted = RegDeleteTreeW(HKEY_USERS, path.c_str());
+        if (deleted == ERROR_SUCCESS || deleted == ERROR_FILE_NOT_FOUND)
+            deleted = RegDeleteKeyExW(HKEY_USERS, path.c_str(), 0, 0);
+        if (deleted != ERROR_SUCCESS && deleted != ERROR_FILE_NOT_FOUND)
+            return report(error, QStringLiteral("Windows=%1").arg(deleted));
+        m_written = false;
+        return true;
+    }
+    HKEY raw = nullptr;
+    LSTATUS status = RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE | KEY_QUERY_VALUE, nullptr, &raw, nullptr);
+    if (status != ERROR_SUCCESS)
+        return report(error, QStringLiteral("Windows=%1").arg(status));
+    const UniqueRegistryKey key(raw);
+    // Cleared first, then written back in the former order, so the entry reads as it did.
+    QList<Value> current;
+    status = readAll(key.get(), &current);
+    for (const Value &value : std::as_const(current)) {
+        if (status == ERROR_SUCCESS)
+            status = RegDeleteValueW(key.get(), wideChars(value.name));
+    }
+    for (const Value &value : std::as_const(m_values)) {
+        if (status == ERROR_SUCCESS)
+            status = RegSetValueExW(key.get(), wideChars(value.name), 0, value.type,
+                                    reinterpret_cast<const BYTE *>(value.data.constData()), DWORD(value.data.size()));
+    }
+    if (status == ERROR_SUCCESS)
+        status = RegFlushKey(key.get());
+    if (status != ERROR_SUCCESS)
+        return report(error, QStringLiteral("Windows=%1").arg(status));
+    m_written = false;
+    return true;
+}
+
+long UninstallRegistration::retireMachineEntry(const QString &root, const QString &otherRoot)
+{
+    HKEY raw = nullptr;
+    const LSTATUS opened = RegOpenKeyExW(HKEY_LOCAL_MACHINE, entryPath, 0, KEY_QUERY_VALUE | KEY_WOW64_64KEY, &raw);
+    if (opened == ERROR_FILE_NOT_FOUND)
+        return ERROR_SUCCESS;
+    if (opened != ERROR_SUCCESS)
+        return opened;
+    const UniqueRegistryKey key(raw);
+    wchar_t location[32768] = {};
+    DWORD size = sizeof(location) - sizeof(wchar_t);
+    DWORD type = 0;
+    const LSTATUS read = RegQueryValueExW(key.get(), L"InstallLocation", nullptr, &type, reinterpret_cast<BYTE *>(location), &size);
+    if (read != ERROR_SUCCESS && read != ERROR_FILE_NOT_FOUND)
+        return read;
+    const QString entry = read == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ) ? QString::fromWCharArray(location) : QString();
+    if (!InstallationLocation::mayRetireMachineEntry(entry, otherRoot, root))
+        return ERROR_SUCCESS;
+    HKEY software = nullptr;
+    const LSTATUS parent = RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall", 0,
+                                         KEY_ALL_ACCESS | KEY_WOW64_64KEY, &software);
+    if (parent != ERROR_SUCCESS)
+        return parent;
+    const UniqueRegistryKey uninstall(software);
+    const LSTATUS deleted = RegDeleteTreeW(uninstall.get(), L"BrisaLinker");
+    if (deleted != ERROR_SUCCESS && deleted != ERROR_FILE_NOT_FOUND)
+        return deleted;
+    const LSTATUS removed = RegDeleteKeyExW(uninstall.get(), L"BrisaLinker", KEY_WOW64_64KEY, 0);
+    return removed == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : removed;
+}
