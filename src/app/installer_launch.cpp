@@ -30,10 +30,13 @@ struct Seen
     bool updateManual = false;
 };
 
-// Returns the reason the update target is refused, or an empty text when it is accepted.
+// Returns the reason the update target is refused, or an empty text when it is accepted. Every
+// accepted target is an application directory itself: the window installs into exactly that
+// directory, where any other would silently become a new installation in a subdirectory of it.
 QString targetRefusal(const Options &options)
 {
     const QString directory = options.installDirectory;
+    const bool application = InstallationLocation::isApplicationDirectory(directory);
     if (!options.silent) {
         // An installation whose own interrupted transaction is waiting for recovery may not look
         // like an installation at all; its journal vouches for it.
@@ -42,16 +45,16 @@ QString targetRefusal(const Options &options)
             if (OverlayTransaction::load(directory, &state))
                 return {};
         }
-        if (InstallationLocation::automaticUpdateDirectory(directory))
+        if (application && InstallationLocation::automaticUpdateDirectory(directory))
             return {};
         return QStringLiteral("The update directory could not be verified as an installed Launcher version.");
     }
     if (!options.legacySourceDirectory.isEmpty()) {
-        if (LegacyUpdateLocation::validSourceTarget(options.legacySourceDirectory, directory))
+        if (application && LegacyUpdateLocation::validSourceTarget(options.legacySourceDirectory, directory))
             return {};
         return QStringLiteral("The previous installation or its destination could not be verified.");
     }
-    if (!InstallationLocation::isApplicationDirectory(directory) || !InstallationLocation::hasNoDirectoryLinks(directory)
+    if (!application || !InstallationLocation::hasNoDirectoryLinks(directory)
         || !QFileInfo(directory).isDir()) {
         return QStringLiteral("The update installation directory is invalid or does not exist.");
     }

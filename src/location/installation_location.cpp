@@ -21,18 +21,6 @@ QString lastComponent(const QString &normalizedPath)
     return normalizedPath.section(QLatin1Char('/'), -1);
 }
 
-QString parentOf(const QString &normalizedPath)
-{
-    const qsizetype slash = normalizedPath.lastIndexOf(QLatin1Char('/'));
-    if (slash < 0)
-        return {};
-    if (slash == 2 && normalizedPath.at(1) == QLatin1Char(':'))
-        return normalizedPath.left(3); // "C:/"
-    if (slash == 0)
-        return QStringLiteral("/");
-    return normalizedPath.left(slash);
-}
-
 bool isDriveRoot(const QString &path)
 {
     return path.size() == 3 && path.at(0).isLetter() && path.at(1) == QLatin1Char(':') && path.at(2) == QLatin1Char('/');
@@ -81,6 +69,32 @@ bool same(const QString &a, const QString &b)
     const QString left = normalized(a);
     const QString right = normalized(b);
     return !left.isEmpty() && !right.isEmpty() && left.compare(right, Qt::CaseInsensitive) == 0;
+}
+
+QString parentOf(const QString &path)
+{
+    const QString clean = normalized(path);
+    const qsizetype slash = clean.lastIndexOf(QLatin1Char('/'));
+    if (slash < 0)
+        return {};
+    if (slash == 2 && clean.at(1) == QLatin1Char(':'))
+        return clean.left(3);
+    if (slash == 0)
+        return QStringLiteral("/");
+    return clean.left(slash);
+}
+
+QString windowsDirectory()
+{
+    return normalized(qEnvironmentVariable("WINDIR"));
+}
+
+bool insideWindowsDirectory(const QString &path)
+{
+    const QString windows = windowsDirectory();
+    const QString clean = normalized(path);
+    return !windows.isEmpty() && !clean.isEmpty()
+        && (clean.compare(windows, Qt::CaseInsensitive) == 0 || clean.startsWith(windows + QLatin1Char('/'), Qt::CaseInsensitive));
 }
 
 bool isAbsoluteNonRootDirectory(const QString &path)
@@ -221,12 +235,7 @@ bool automaticUpdateDirectory(const QString &path)
     const QString clean = normalized(path);
     if (!isAbsoluteNonRootDirectory(clean))
         return false;
-    const QString windows = normalized(qEnvironmentVariable("WINDIR"));
-    if (!windows.isEmpty()
-        && (clean.compare(windows, Qt::CaseInsensitive) == 0 || clean.startsWith(windows + QLatin1Char('/'), Qt::CaseInsensitive))) {
-        return false;
-    }
-    if (same(clean, QDir::homePath()))
+    if (insideWindowsDirectory(clean) || same(clean, QDir::homePath()))
         return false;
     if (existingApplicationDirectory(clean))
         return false;

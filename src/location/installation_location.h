@@ -11,6 +11,14 @@ namespace InstallationLocation {
 
 QString normalized(const QString &path);
 bool same(const QString &a, const QString &b);
+// The normalized parent: "C:/x" -> "C:/" (a bare "C:" would mean the drive's current
+// directory), "//server/share/x" -> "//server/share"; a drive root is its own parent; empty for
+// a path without a separator.
+QString parentOf(const QString &path);
+// The directory named by "WINDIR", normalized, or empty.
+QString windowsDirectory();
+// The Windows directory itself or anything below it.
+bool insideWindowsDirectory(const QString &path);
 bool isAbsoluteNonRootDirectory(const QString &path);
 bool isApplicationDirectory(const QString &path);
 bool existingApplicationDirectory(const QString &path);

@@ -22,21 +22,6 @@ QString tr(const char *text)
     return QCoreApplication::translate("InstallerStartup", text);
 }
 
-QString parentOf(const QString &path)
-{
-    const QString clean = InstallationLocation::normalized(path);
-    const qsizetype slash = clean.lastIndexOf(QLatin1Char('/'));
-    return slash <= 0 ? QString() : clean.left(slash);
-}
-
-bool insideWindows(const QString &path)
-{
-    const QString windows = InstallationLocation::normalized(qEnvironmentVariable("WINDIR"));
-    const QString clean = InstallationLocation::normalized(path);
-    return !windows.isEmpty()
-        && (clean.compare(windows, Qt::CaseInsensitive) == 0 || clean.startsWith(windows + QLatin1Char('/'), Qt::CaseInsensitive));
-}
-
 // The directory a registration records, from "InstallDir", "InstallLocation" or the directory of
 // the program named by "UninstallString".
 QString recordedDirectory(const Registration &registration)
@@ -53,7 +38,23 @@ QString recordedDirectory(const Registration &registration)
     if (!match.hasMatch())
         return {};
     const QString program = match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
-    return parentOf(program);
+    return InstallationLocation::parentOf(InstallationLocation::normalized(program));
+}
+
+// Whether an update may install from this installation into its target, however the installation
+// was found: the pair passes validSourceTarget, and a target that exists already is a real
+// directory of the installation's own, never a link the update would write through.
+bool targetVerified(const QString &installation)
+{
+    const QString target = InstallationLocation::applicationTarget(installation);
+    if (target.isEmpty() || !validSourceTarget(installation, target) || !InstallationLocation::hasNoDirectoryLinks(target))
+        return false;
+    if (!FileLinks::exists(target))
+        return true;
+    if (FileLinks::isLink(target) || !QFileInfo(target).isDir())
+        return false;
+    return InstallationLocation::same(target, installation)
+        || InstallationLocation::same(InstallationLocation::parentOf(target), installation);
 }
 
 bool candidateCounts(const QString &candidate)
@@ -61,18 +62,8 @@ bool candidateCounts(const QString &candidate)
     const QString launcher = candidate + QStringLiteral("/brisalinker.exe");
     if (!QFileInfo::exists(launcher) || FileLinks::isLink(launcher))
         return false;
-    const QString target = InstallationLocation::applicationTarget(candidate);
-    if (target.isEmpty() || !validSourceTarget(candidate, target) || !InstallationLocation::hasNoDirectoryLinks(target))
-        return false;
-    // An existing target must be a real directory of the candidate's own, never a link the
-    // migration would write through.
-    if (FileLinks::exists(target)) {
-        if (FileLinks::isLink(target) || !QFileInfo(target).isDir())
-            return false;
-        if (!InstallationLocation::same(target, candidate) && !InstallationLocation::same(parentOf(target), candidate))
-            return false;
-    }
-    return InstallationIdentity::installation(candidate).kind == InstallationIdentity::ValidExecutable;
+    return targetVerified(candidate)
+        && InstallationIdentity::installation(candidate).kind == InstallationIdentity::ValidExecutable;
 }
 
 } // namespace
@@ -115,17 +106,29 @@ QString fromCaller(const QString &callerExecutable)
         || FileLinks::isLink(caller) || !QFileInfo(caller).isFile()) {
         return {};
     }
-    const QString directory = parentOf(caller);
+    const QString directory = InstallationLocation::parentOf(caller);
     if (!InstallationLocation::isAbsoluteNonRootDirectory(directory) || !InstallationLocation::hasNoDirectoryLinks(directory))
         return {};
-    const int kind = InstallationIdentity::installation(directory).kind;
-    return kind == InstallationIdentity::ValidExecutable || kind == InstallationIdentity::Launcher ? directory : QString();
+    // The same checks as for an installation found in the records: an elevated start takes this
+    // answer as it is, without the re-launch that would verify it again.
+    if (!targetVerified(directory))
+        return {};
+    switch (InstallationIdentity::installation(directory).kind) {
+    case InstallationIdentity::ValidExecutable:
+        return directory; // the earlier layout moves into a directory of our name inside it
+    case InstallationIdentity::Launcher:
+        // Ours is updated where it is; in a directory of another name it would silently become
+        // a new installation in a subdirectory.
+        return InstallationLocation::isApplicationDirectory(directory) ? directory : QString();
+    default:
+        return {};
+    }
 }
 
 bool validSourceTarget(const QString &source, const QString &target)
 {
     if (!InstallationLocation::isAbsoluteNonRootDirectory(source) || !InstallationLocation::isAbsoluteNonRootDirectory(target)
-        || insideWindows(source) || insideWindows(target)) {
+        || InstallationLocation::insideWindowsDirectory(source) || InstallationLocation::insideWindowsDirectory(target)) {
         return false;
     }
     // A target already being migrated from another source must not be taken over.
@@ -149,10 +152,10 @@ Result discover(const QString &callerExecutable, const QString &chosenDirectory,
     Result result;
     // An installation updating itself runs the installer from its own ".downloads" directory.
     const QString self = QCoreApplication::applicationFilePath();
-    const QString selfDirectory = parentOf(self);
+    const QString selfDirectory = InstallationLocation::parentOf(InstallationLocation::normalized(self));
     if (!FileLinks::isLink(self) && QFileInfo(self).isFile()
         && QFileInfo(selfDirectory).fileName().compare(QLatin1String(".downloads"), Qt::CaseInsensitive) == 0) {
-        const QString installation = parentOf(selfDirectory);
+        const QString installation = InstallationLocation::parentOf(selfDirectory);
         if (InstallationLocation::existingApplicationDirectory(installation)) {
             result.source = installation;
             result.target = InstallationLocation::applicationTarget(installation);

@@ -568,17 +568,23 @@ void AppTest::installerFallsBackToTheWindowsTemp()
 void AppTest::updateRequestTakesTheAutomaticPathOnlyForAnInstallation_data()
 {
     QTest::addColumn<bool>("installation");
+    QTest::addColumn<QString>("directory");
     QTest::addColumn<QString>("decision");
-    QTest::newRow("an installed product is updated automatically") << true << "automatic=1; manual_fallback=0";
-    QTest::newRow("a directory that is no installation falls back to a manual choice") << false << "automatic=0; manual_fallback=1";
+    QTest::newRow("an installed product is updated automatically") << true << "BrisaLinker" << "automatic=1; manual_fallback=0";
+    QTest::newRow("a directory that is no installation falls back to a manual choice")
+        << false << "BrisaLinker" << "automatic=0; manual_fallback=1";
+    // Never turned into a new installation in a "BrisaLinker" subdirectory of it.
+    QTest::newRow("an installation in a directory of another name falls back to a manual choice")
+        << true << "Tools" << "automatic=0; manual_fallback=1";
 }
 
 void AppTest::updateRequestTakesTheAutomaticPathOnlyForAnInstallation()
 {
     QFETCH(bool, installation);
+    QFETCH(QString, directory);
     QFETCH(QString, decision);
     QTemporaryDir temp;
-    const QString target = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
+    const QString target = temp.filePath(QStringLiteral("Apps/") + directory);
     QVERIFY(QDir().mkpath(target + QStringLiteral("/cfgdata")));
     if (installation) {
         // What an installation of the product leaves on disk: the launcher, its version file and
@@ -602,13 +608,14 @@ void AppTest::updateRequestTakesTheAutomaticPathOnlyForAnInstallation()
     installer.setProcessEnvironment(environment);
     installer.start(QStringLiteral(BRISA_INSTALLER_EXE), { QStringLiteral("--update"), QStringLiteral("--install-dir"), QDir::toNativeSeparators(target) });
     QVERIFY(installer.waitForStarted());
-    if (!installation)
+    if (decision.contains(QLatin1String("manual_fallback=1")))
         QVERIFY2(closeWindow(&installer, QStringLiteral("Choose installation location")), "the manual-fallback notice was not shown");
     QVERIFY2(closeInstallerWindow(&installer), "the installer window did not appear");
     const QString log = readLines(dayLog(temporary + QStringLiteral("/BrisaLinkerInstaller/log"))).join(QLatin1Char('\n'));
     QVERIFY2(log.contains(QStringLiteral("Installer update request: target=")), qPrintable(log));
     QVERIFY2(log.contains(decision), qPrintable(log));
-    if (installation)
+    QVERIFY(!QFileInfo::exists(target + QStringLiteral("/BrisaLinker")));
+    if (decision.contains(QLatin1String("automatic=1")))
         QVERIFY2(log.contains(QStringLiteral("target=") + InstallationLocation::normalized(target)), qPrintable(log));
 }
 

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QSettings>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtEndian>
@@ -134,6 +135,8 @@ private slots:
     void rules();
     void normalizedForm_data();
     void normalizedForm();
+    void parentDirectory_data();
+    void parentDirectory();
     void target_data();
     void target();
     void sameDirectory_data();
@@ -211,6 +214,24 @@ void LocationTest::normalizedForm()
     QFETCH(QString, path);
     QFETCH(QString, expected);
     QCOMPARE(normalized(path), expected);
+}
+
+void LocationTest::parentDirectory_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("parent");
+    QTest::newRow("a directory on a drive has the drive root") << "C:/x" << "C:/";
+    QTest::newRow("backslashes and a trailing one") << "C:\\Apps\\x\\" << "C:/Apps";
+    QTest::newRow("a drive root is its own parent") << "C:/" << "C:/";
+    QTest::newRow("a directory on a share has the share") << "//server/share/x" << "//server/share";
+    QTest::newRow("a bare name has none") << "x" << "";
+}
+
+void LocationTest::parentDirectory()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, parent);
+    QCOMPARE(InstallationLocation::parentOf(path), parent);
 }
 
 void LocationTest::target_data()
@@ -653,6 +674,14 @@ void LocationTest::callers_data()
     QTest::newRow("an updater beside no program") << "%T/Empty/updater.exe" << "" << "";
     QTest::newRow("an updater that does not exist") << "%T/Old/tools/updater.exe" << "" << "";
     QTest::newRow("a relative path") << "Old/updater.exe" << "" << "";
+    QTest::newRow("an installation inside the Windows directory is no caller") << "%T/Windows/Old/updater.exe" << "" << "";
+    QTest::newRow("an installation whose target another source migrates to is no caller") << "%T/Taken/updater.exe" << "" << "";
+    QTest::newRow("an installation whose target is a file is no caller") << "%T/Filed/updater.exe" << "" << "";
+#ifdef Q_OS_WIN
+    QTest::newRow("our launcher in a directory of its name is updated in place")
+        << "%T/Own/BrisaLinker/updater.exe" << "" << "%T/Own/BrisaLinker";
+    QTest::newRow("our launcher in a directory of another name is no caller") << "%T/Tools/updater.exe" << "" << "";
+#endif
 }
 
 void LocationTest::callers()
@@ -670,6 +699,18 @@ void LocationTest::callers()
                               "Empty/bl-wails-updater.exe", "Empty/updater.exe" }) {
         QVERIFY(writeFile(temp.filePath(QString::fromLatin1(name)), executable));
     }
+    for (const char *name : { "Windows/Old", "Taken", "Filed" })
+        QVERIFY(FakeInstallation::makeInstallation(temp.filePath(QString::fromLatin1(name)), oldLayoutExe()));
+    QVERIFY(writeFile(temp.filePath(QStringLiteral("Taken/BrisaLinker/.legacy-migration.json")),
+                      "{\"sourceRoot\":\"" + temp.filePath(QStringLiteral("Elsewhere")).toUtf8() + "\"}"));
+    QVERIFY(writeFile(temp.filePath(QStringLiteral("Filed/BrisaLinker")), "x"));
+    if (!launcherExe().isEmpty()) {
+        QVERIFY(FakeInstallation::makeInstallation(temp.filePath(QStringLiteral("Own/BrisaLinker")), launcherExe()));
+        QVERIFY(FakeInstallation::makeInstallation(temp.filePath(QStringLiteral("Tools")), launcherExe()));
+    }
+    const QByteArray savedWindows = qgetenv("WINDIR");
+    qputenv("WINDIR", QDir::toNativeSeparators(temp.filePath(QStringLiteral("Windows"))).toLocal8Bit());
+    const auto restoreWindows = qScopeGuard([&] { qputenv("WINDIR", savedWindows); });
     program = expand(program, temp);
     QCOMPARE(legacySourceLocation(program), QDir::toNativeSeparators(expand(legacySource, temp)));
     QCOMPARE(LegacyUpdateLocation::fromCaller(program), expand(caller, temp));
