@@ -75,14 +75,26 @@ FinalizationRun::FinalizationRun(InstallerFinalizer *finalizer, Inputs inputs)
 
 void FinalizationRun::execute()
 {
-    // Up to the commit point every step may fail, and every failure is rolled back.
-    const bool committed = checkTargetIsSafe() && recoverInterruptedRun() && notCancelled()
-        && identifyExistingInstallation() && validatePackage() && notCancelled()
-        && removeUnwantedStagedFiles() && addEmbeddedUninstaller() && writeStreamerPathConfiguration()
-        && writeUninstallList() && notCancelled() && beginRecoveryRecord() && notCancelled()
-        && replaceFilesInPlace() && notCancelled() && captureRegistrations() && checkInstalledLauncher()
-        && createShortcuts() && notCancelled() && registerApplication() && notCancelled() && finishInstallation()
-        && notCancelled() && passPointOfNoReturn();
+    // Up to the commit point every step may fail, and every failure is rolled back. From the
+    // recovery of an earlier run on, a cancel is honoured after every step.
+    using Step = bool (FinalizationRun::*)();
+    static constexpr Step beforeCommit[] = {
+        &FinalizationRun::recoverInterruptedRun,
+        &FinalizationRun::identifyExistingInstallation, &FinalizationRun::validatePackage,
+        &FinalizationRun::removeUnwantedStagedFiles, &FinalizationRun::addEmbeddedUninstaller,
+        &FinalizationRun::writeStreamerPathConfiguration, &FinalizationRun::writeUninstallList,
+        &FinalizationRun::beginRecoveryRecord, &FinalizationRun::replaceFilesInPlace,
+        &FinalizationRun::captureRegistrations, &FinalizationRun::checkInstalledLauncher,
+        &FinalizationRun::createShortcuts, &FinalizationRun::registerApplication,
+        &FinalizationRun::finishInstallation,
+    };
+    bool committed = checkTargetIsSafe();
+    for (const Step step : beforeCommit) {
+        if (!committed)
+            break;
+        committed = (this->*step)() && notCancelled();
+    }
+    committed = committed && passPointOfNoReturn();
     if (!committed) {
         rollback();
         emit m_finalizer->failed(m_failure);
@@ -339,11 +351,14 @@ bool FinalizationRun::passPointOfNoReturn()
     // leaves the former rights and never fails the installation.
     InstallationPermissions::configureBestEffort(m_in.installDir, DesktopUser::token(), InstallerLogger::write);
     QString detail;
-    // From here on nothing is rolled back: a record that could not be marked committed would make
-    // the next start undo a finished installation, so the failure is only logged loudly.
     if (!OverlayTransaction::commit(&m_transaction, &detail)) {
+        // The record still says "preparing", so the next start would undo this installation: it
+        // is undone now and reported, never shown as done.
         InstallerLogger::write(QStringLiteral("CRITICAL: unable to commit the installation recovery record: %1").arg(detail));
-    } else if (!OverlayTransaction::recover(m_in.installDir, &detail)) {
+        return fail(tr("Unable to prepare installation recovery.\n%1").arg(detail));
+    }
+    // From here on nothing is rolled back.
+    if (!OverlayTransaction::recover(m_in.installDir, &detail)) {
         InstallerLogger::write(QStringLiteral("Unable to retire the committed recovery record: %1").arg(detail));
     } else if (QFileInfo::exists(m_backupDir) && !InPlaceInstall::removeDirectoryTree(m_backupDir)) {
         // With the record retired the old files are no longer needed for any recovery.

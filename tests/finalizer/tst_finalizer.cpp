@@ -137,6 +137,8 @@ private slots:
     void registrationsReplaceAnOlderInstallersOrComeBack_data();
     void registrationsReplaceAnOlderInstallersOrComeBack();
 #endif
+    void stopsBeforeTheCommit_data();
+    void stopsBeforeTheCommit();
     void workerThreadsEndCleanly_data();
     void workerThreadsEndCleanly();
 };
@@ -494,6 +496,61 @@ void FinalizerTest::registrationsReplaceAnOlderInstallersOrComeBack()
     QCOMPARE(QString::fromWCharArray(command), QStringLiteral("\"") + root + QStringLiteral("\\brisalinker.exe\" \"%1\""));
 }
 #endif
+
+void FinalizerTest::stopsBeforeTheCommit_data()
+{
+    QTest::addColumn<int>("at");
+    QTest::addColumn<bool>("commitBlocked");
+    QTest::addColumn<QString>("failure");
+
+    QTest::newRow("a cancellation as the shortcuts begin runs no later step") << 25 << false << "Installation cancelled.";
+    QTest::newRow("a cancellation as the application is registered runs no later step") << 75 << false << "Installation cancelled.";
+    QTest::newRow("a cancellation as the installation finishes runs no later step") << 85 << false << "Installation cancelled.";
+    // The next start would roll a record that still says "preparing" back; it happens at once.
+    QTest::newRow("a recovery record that cannot be committed is undone now, not shown as done")
+        << 95 << true << "Unable to prepare installation recovery.\nUnable to persist the installation recovery record: ";
+}
+
+void FinalizerTest::stopsBeforeTheCommit()
+{
+    QFETCH(int, at);
+    QFETCH(bool, commitBlocked);
+    QFETCH(QString, failure);
+    QTemporaryDir temp;
+    const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
+    const QString staging = temp.filePath(QStringLiteral("Apps/BrisaLinker.installing-42-7"));
+    put(install + QStringLiteral("/updater.exe"), "old updater");
+    put(install + QStringLiteral("/1.4.0/bl-core.exe"), "old core");
+    const QMap<QString, QByteArray> before = digests(install);
+    const Package package = stage(staging, true);
+    const QString record = install + QStringLiteral("/.install-transaction.json");
+
+    InstallerFinalizer finalizer;
+    QSignalSpy completed(&finalizer, &InstallerFinalizer::completed);
+    QSignalSpy failed(&finalizer, &InstallerFinalizer::failed);
+    QList<int> progress;
+    // On the worker, between its steps.
+    connect(&finalizer, &InstallerFinalizer::progressChanged, &finalizer, [&](int percent) {
+        progress << percent;
+        if (percent != at)
+            return;
+        if (!commitBlocked) {
+            finalizer.requestCancel();
+        } else {
+            QFile::remove(record);
+            QDir().mkpath(record); // nothing can be saved over a directory
+        }
+    }, Qt::DirectConnection);
+    finalizer.finalize(staging, install, QStringLiteral("1.5.0"), package.files, package.directories, QString());
+    QTRY_VERIFY_WITH_TIMEOUT(completed.size() + failed.size() == 1, 60000);
+
+    QCOMPARE(completed.size(), 0);
+    QVERIFY2(failed.first().first().toString().startsWith(failure), qPrintable(failed.first().first().toString()));
+    QCOMPARE(progress.last(), at);
+    QCOMPARE(digests(install), before);
+    if (!commitBlocked)
+        QVERIFY(!QFileInfo::exists(record));
+}
 
 void FinalizerTest::workerThreadsEndCleanly_data()
 {
