@@ -1,5 +1,6 @@
 #include "uninstaller/uninstall_data.h"
 #include "app/installer_logger.h"
+#include "journal/overlay_transaction.h"
 #include "system/file_links.h"
 
 #include <QDir>
@@ -41,7 +42,7 @@ bool collect(const QStringList &paths, const QString &rejection, QStringList *so
     QSet<QString> unique;
     for (const QString &path : paths) {
         const QString slashed = QString(path).replace(QLatin1Char('\\'), QLatin1Char('/'));
-        if (!safeUninstallRelativePath(slashed)) {
+        if (!OverlayTransaction::relative(slashed)) {
             InstallerLogger::write(rejection.arg(path));
             return false;
         }
@@ -52,19 +53,6 @@ bool collect(const QStringList &paths, const QString &rejection, QStringList *so
 }
 
 } // namespace
-
-bool safeUninstallRelativePath(const QString &path)
-{
-    const QString slashed = QString(path).replace(QLatin1Char('\\'), QLatin1Char('/'));
-    if (slashed.isEmpty() || slashed.startsWith(QLatin1Char('/')) || slashed.contains(QLatin1Char(':'))
-        || !QDir::isRelativePath(slashed)) {
-        return false;
-    }
-    const QStringList parts = slashed.split(QLatin1Char('/'));
-    return std::none_of(parts.cbegin(), parts.cend(), [](const QString &part) {
-        return part.isEmpty() || part == QLatin1String(".") || part == QLatin1String("..");
-    });
-}
 
 bool installedEntries(const QString &installDirectory, QStringList *files, QStringList *directories, QString *error)
 {
@@ -86,7 +74,7 @@ bool installedEntries(const QString &installDirectory, QStringList *files, QStri
     for (qsizetype i = 1; i + 1 < lines.size(); ++i) {
         const QByteArray &line = lines.at(i);
         const QString entry = QString::fromUtf8(line.mid(2));
-        if ((!line.startsWith("F\t") && !line.startsWith("D\t")) || !safeUninstallRelativePath(entry) || entry.contains(QLatin1Char('\\')))
+        if ((!line.startsWith("F\t") && !line.startsWith("D\t")) || !OverlayTransaction::relative(entry) || entry.contains(QLatin1Char('\\')))
             return refused(error, QStringLiteral("Installed uninstall data not carried forward: unsafe entry %1").arg(QString::fromUtf8(line)));
         const QString target = QDir(installDirectory).filePath(entry);
         if (!FileLinks::exists(target))

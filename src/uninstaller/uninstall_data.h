@@ -20,7 +20,4 @@ bool writeUninstallData(const QString &stagingDirectory, const QStringList &file
 bool installedEntries(const QString &installDirectory, QStringList *files, QStringList *directories,
                       QString *error = nullptr);
 
-// Relative, no empty, "." or ".." part, no leading "/" and no ":" anywhere.
-bool safeUninstallRelativePath(const QString &path);
-
 } // namespace UninstallData
