@@ -5,6 +5,8 @@
 
 #include "system/desktop_user.h"
 
+#include <QStringList>
+
 #include <windows.h>
 
 namespace DesktopUser {
@@ -34,9 +36,10 @@ bool identity(const LaunchApi &api, HANDLE token, Identity *result);
 
 } // namespace LaunchDetail
 
+// The arguments follow the program on its command line, each quoted by the Windows rules.
 bool launchWithDesktopToken(HANDLE token, const QString &executable, const QString &workingDirectory,
                             quint64 *processId, quint32 *windowsError, LaunchDiagnostics *diagnostics,
-                            const LaunchApi &api = systemLaunchApi());
+                            const LaunchApi &api = systemLaunchApi(), const QStringList &arguments = {});
 
 // The SID string of a token's user, or empty.
 QString tokenSid(HANDLE token);

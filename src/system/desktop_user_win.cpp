@@ -170,7 +170,7 @@ bool identity(const LaunchApi &api, HANDLE token, Identity *result)
 
 bool launchWithDesktopToken(HANDLE token, const QString &executable, const QString &workingDirectory,
                             quint64 *processId, quint32 *windowsError, LaunchDiagnostics *diagnostics,
-                            const LaunchApi &api)
+                            const LaunchApi &api, const QStringList &arguments)
 {
     LaunchDiagnostics local;
     LaunchDiagnostics &d = diagnostics ? *diagnostics : local;
@@ -258,7 +258,7 @@ bool launchWithDesktopToken(HANDLE token, const QString &executable, const QStri
 
     const QString nativeExecutable = QDir::toNativeSeparators(executable);
     const QString nativeDirectory = QDir::toNativeSeparators(workingDirectory);
-    std::wstring commandLine = WindowsCommandLine::quote(nativeExecutable).toStdWString();
+    std::wstring commandLine = WindowsCommandLine::join(QStringList { nativeExecutable } + arguments).toStdWString();
     std::wstring desktopName = L"winsta0\\default";
     STARTUPINFOW startup {};
     startup.cb = sizeof(startup);

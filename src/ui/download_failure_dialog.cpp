@@ -28,7 +28,6 @@ DownloadFailureDialog::DownloadFailureDialog(const QUrl &fullPackageUrl, QWidget
         const QString address = fullPackageUrl.toString(QUrl::FullyEncoded);
         link->setText(QStringLiteral("<a href=\"%1\">%2</a>").arg(address.toHtmlEscaped(), tr("Download full package")));
         link->setTextFormat(Qt::RichText);
-        link->setOpenExternalLinks(true);
         link->setToolTip(address);
     } else {
         link->setText(tr("The full package link is unavailable."));
@@ -40,7 +39,10 @@ DownloadFailureDialog::DownloadFailureDialog(const QUrl &fullPackageUrl, QWidget
     support->setText(QStringLiteral("%1 <a href=\"mailto:%2\">%2</a>").arg(tr("Need help? Contact").toHtmlEscaped(),
                                                                         QLatin1String(SupportAddress)));
     support->setTextFormat(Qt::RichText);
-    support->setOpenExternalLinks(true);
+    for (QLabel *label : { link, support }) {
+        connect(label, &QLabel::linkActivated, this,
+                [this](const QString &address) { emit linkRequested(QUrl(address, QUrl::StrictMode)); });
+    }
 
     auto *buttons = new QHBoxLayout;
     buttons->addStretch();

@@ -3,6 +3,7 @@
 #include "system/desktop_user.h"
 
 #include <QString>
+#include <QUrl>
 
 #include <memory>
 
@@ -30,9 +31,6 @@ private:
     std::unique_ptr<State> m_state;
 };
 
-// The Windows directory ("WINDIR"), normalized with "/" separators, or empty.
-QString windowsDirectory();
-
 struct LaunchOutcome
 {
     bool started = false;
@@ -44,5 +42,9 @@ struct LaunchOutcome
 // Starts the installed product as the signed-in desktop user, never with the installer's own
 // (possibly elevated) rights.
 LaunchOutcome launchAsDesktopUser(const QString &executable, const QString &workingDirectory);
+
+// Opens an "https" or "mailto" address with the desktop user's default program, started as that
+// user: a browser started from the elevated installer would run as the administrator.
+LaunchOutcome openAsDesktopUser(const QUrl &address);
 
 } // namespace FlowPlatform

@@ -46,12 +46,6 @@ bool InstallOperationLock::held() const
     return m_state->file != nullptr;
 }
 
-QString windowsDirectory()
-{
-    const QString value = qEnvironmentVariable("WINDIR").trimmed();
-    return value.isEmpty() ? QString() : QDir::cleanPath(value);
-}
-
 LaunchOutcome launchAsDesktopUser(const QString &executable, const QString &workingDirectory)
 {
     LaunchOutcome outcome;
@@ -59,6 +53,16 @@ LaunchOutcome launchAsDesktopUser(const QString &executable, const QString &work
     outcome.started = QProcess::startDetached(executable, {}, workingDirectory, &pid);
     outcome.processId = quint64(pid);
     outcome.diagnostics.stage = outcome.started ? QStringLiteral("launched") : QStringLiteral("create_process");
+    outcome.diagnostics.mode = QStringLiteral("host");
+    return outcome;
+}
+
+LaunchOutcome openAsDesktopUser(const QUrl &address)
+{
+    // No desktop user to start a browser for: the caller falls back to the clipboard.
+    Q_UNUSED(address);
+    LaunchOutcome outcome;
+    outcome.diagnostics.stage = QStringLiteral("desktop_token");
     outcome.diagnostics.mode = QStringLiteral("host");
     return outcome;
 }

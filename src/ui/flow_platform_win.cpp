@@ -1,5 +1,6 @@
 #include "ui/flow_platform.h"
 
+#include "location/installation_location.h"
 #include "system/desktop_user_launch.h"
 
 #include <QDir>
@@ -7,6 +8,15 @@
 #include <windows.h>
 
 namespace FlowPlatform {
+
+namespace {
+
+bool linkMayOpen(const QUrl &address)
+{
+    return address.isValid() && (address.scheme() == QLatin1String("https") || address.scheme() == QLatin1String("mailto"));
+}
+
+} // namespace
 
 struct InstallOperationLock::State
 {
@@ -59,18 +69,28 @@ bool InstallOperationLock::held() const
     return m_state->owned;
 }
 
-QString windowsDirectory()
-{
-    const QString value = qEnvironmentVariable("WINDIR").trimmed();
-    return value.isEmpty() ? QString() : QDir::cleanPath(QDir::fromNativeSeparators(value));
-}
-
 LaunchOutcome launchAsDesktopUser(const QString &executable, const QString &workingDirectory)
 {
     LaunchOutcome outcome;
     outcome.started = DesktopUser::launchWithDesktopToken(static_cast<HANDLE>(DesktopUser::token()), executable,
                                                           workingDirectory, &outcome.processId,
                                                           &outcome.windowsError, &outcome.diagnostics);
+    return outcome;
+}
+
+LaunchOutcome openAsDesktopUser(const QUrl &address)
+{
+    LaunchOutcome outcome;
+    const QString windows = InstallationLocation::windowsDirectory();
+    if (!linkMayOpen(address) || windows.isEmpty()) {
+        outcome.windowsError = ERROR_INVALID_PARAMETER;
+        return outcome;
+    }
+    // Explorer hands an address to the user's default program, the way a click in the shell does.
+    outcome.started = DesktopUser::launchWithDesktopToken(
+        static_cast<HANDLE>(DesktopUser::token()), windows + QStringLiteral("/explorer.exe"), windows,
+        &outcome.processId, &outcome.windowsError, &outcome.diagnostics, DesktopUser::systemLaunchApi(),
+        { address.toString(QUrl::FullyEncoded) });
     return outcome;
 }
 

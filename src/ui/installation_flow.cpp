@@ -12,6 +12,7 @@
 #include "ui/main_window.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
@@ -178,18 +179,13 @@ bool InstallationFlow::validateDestination(QString *target)
         refusal = tr("Choose a valid installation location.");
     } else if (!InstallationLocation::hasNoDirectoryLinks(chosen)) {
         refusal = tr("The installation location cannot contain directory links.");
-    } else {
-        const QString windows = FlowPlatform::windowsDirectory();
-        if (!windows.isEmpty()
-            && (InstallationLocation::same(chosen, windows)
-                || chosen.startsWith(windows + QLatin1Char('/'), Qt::CaseInsensitive))) {
-            refusal = tr("Brisa-Linker cannot be installed in this system location.");
-        } else if (FileLinks::exists(chosen + QLatin1Char('/') + ProductExecutable)) {
-            const InstallationIdentity::Result identity = InstallationIdentity::installation(chosen);
-            if (identity.kind == InstallationIdentity::Invalid) {
-                refusal = tr("The existing application executable cannot be identified. No old files were removed.\n%1")
-                              .arg(identity.message);
-            }
+    } else if (InstallationLocation::insideWindowsDirectory(chosen)) {
+        refusal = tr("Brisa-Linker cannot be installed in this system location.");
+    } else if (FileLinks::exists(chosen + QLatin1Char('/') + ProductExecutable)) {
+        const InstallationIdentity::Result identity = InstallationIdentity::installation(chosen);
+        if (identity.kind == InstallationIdentity::Invalid) {
+            refusal = tr("The existing application executable cannot be identified. No old files were removed.\n%1")
+                          .arg(identity.message);
         }
     }
     if (!refusal.isEmpty()) {
@@ -505,16 +501,13 @@ void InstallationFlow::handleInstallationFailure(const QString &message)
     const QString staging = m_stagingDir;
     const auto answer = MainWindow::showInstallerWarning(m_window, tr("Installation failed"), message,
                                                          QMessageBox::Retry | QMessageBox::Cancel, QMessageBox::Retry);
-    if (answer == QMessageBox::Retry) {
-        if (!staging.isEmpty())
-            cleanupStagingAsync(staging, false);
-        finishAttempt();
-        QTimer::singleShot(0, this, &InstallationFlow::beginInstall);
-        return;
-    }
     if (staging.contains(StagingMarker))
         cleanupStagingAsync(staging, false);
+    // A retry starts from the first page, so a retry that is refused (the lock is taken, the
+    // location no longer passes) leaves a window the user can act on.
     returnToInitialPage();
+    if (answer == QMessageBox::Retry)
+        QTimer::singleShot(0, this, &InstallationFlow::beginInstall);
 }
 
 void InstallationFlow::handleDownloadFailure(const QString &message, const QUrl &fullPackageUrl)
@@ -527,10 +520,29 @@ void InstallationFlow::handleDownloadFailure(const QString &message, const QUrl 
         return;
     }
     DownloadFailureDialog dialog(fullPackageUrl, m_window);
+    connect(&dialog, &DownloadFailureDialog::linkRequested, this,
+            [this, &dialog](const QUrl &address) { openLinkAsDesktopUser(address, &dialog); });
     const bool retry = dialog.exec() == QDialog::Accepted;
     returnToInitialPage();
     if (retry)
         QTimer::singleShot(0, this, &InstallationFlow::beginInstall);
+}
+
+void InstallationFlow::openLinkAsDesktopUser(const QUrl &address, QWidget *parent)
+{
+    const FlowPlatform::LaunchOutcome outcome = FlowPlatform::openAsDesktopUser(address);
+    InstallerLogger::write(QStringLiteral("Desktop-user link: result=%1 stage=%2 Windows=%3 address=%4")
+                               .arg(outcome.started ? QStringLiteral("success") : QStringLiteral("failed"),
+                                    outcome.diagnostics.stage)
+                               .arg(outcome.windowsError)
+                               .arg(address.toString(QUrl::FullyEncoded)));
+    if (outcome.started)
+        return;
+    // Nothing is ever opened with the installer's own rights; the user can paste the address.
+    const QString text = address.scheme() == QLatin1String("mailto") ? address.path() : address.toString(QUrl::FullyEncoded);
+    QGuiApplication::clipboard()->setText(text);
+    MainWindow::showInstallerWarning(parent, tr("Unable to open the link"),
+                                     tr("The link could not be opened. Its address was copied to the clipboard:\n%1").arg(text));
 }
 
 void InstallationFlow::raiseOverall(int value)

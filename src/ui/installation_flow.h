@@ -96,6 +96,7 @@ private:
     void launchInstalledApplication();
     void handleInstallationFailure(const QString &message);
     void handleDownloadFailure(const QString &message, const QUrl &fullPackageUrl);
+    void openLinkAsDesktopUser(const QUrl &address, QWidget *parent);
 
     void raiseOverall(int value);
     void enterInstallationPhase(Phase phase);

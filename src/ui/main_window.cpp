@@ -1,6 +1,7 @@
 #include "ui/main_window.h"
 
 #include "app/app_paths.h"
+#include "location/installation_location.h"
 #include "ui/elided_label.h"
 #include "ui/hero_panel.h"
 #include "ui/window_icons.h"
@@ -32,12 +33,6 @@ const QString ProductDirectory = QStringLiteral("BrisaLinker");
 const QString InstallerIcon = QStringLiteral(":/images/brisa-linker-installer-icon.png");
 constexpr int HeroHeight = 326;
 constexpr int FrameWidth = 1;
-
-QString normalizedDirectory(const QString &path)
-{
-    const QString trimmed = path.trimmed();
-    return trimmed.isEmpty() ? QString() : QDir::cleanPath(QDir::fromNativeSeparators(trimmed));
-}
 
 bool isProductDirectoryName(const QString &path)
 {
@@ -93,8 +88,8 @@ MainWindow::MainWindow(const InstallerLaunch::Options &options, QWidget *parent)
     buildWidgets();
 
     const QString initial = options.installDirectory.isEmpty()
-        ? normalizedDirectory(AppPaths::applicationRoot() + QLatin1Char('/') + ProductDirectory)
-        : normalizedDirectory(options.installDirectory);
+        ? InstallationLocation::normalized(AppPaths::applicationRoot() + QLatin1Char('/') + ProductDirectory)
+        : InstallationLocation::normalized(options.installDirectory);
     setDestination(initial);
     setPhase(Phase::Install);
     if (m_destinationFixed)
@@ -318,15 +313,6 @@ QString MainWindow::formatBytes(qint64 bytes)
     return tr("%1 GB").arg(locale.toString(gib, 'f', bytes < qint64(10 * GiB) ? 1 : 0));
 }
 
-QString MainWindow::formatTransferSpeed(double bytesPerSecond)
-{
-    const double kilobytes = qMax(0.0, bytesPerSecond) / 1024.0;
-    const QLocale locale = QLocale::system();
-    if (kilobytes >= 1024.0)
-        return tr("%1 MB/s").arg(locale.toString(kilobytes / 1024.0, 'f', 1));
-    return tr("%1 KB/s").arg(locale.toString(qRound64(kilobytes)));
-}
-
 QMessageBox::StandardButton MainWindow::showInstallerWarning(QWidget *parent, const QString &title,
                                                              const QString &text,
                                                              QMessageBox::StandardButtons buttons,
@@ -372,12 +358,12 @@ void MainWindow::setCloseEnabled(bool enabled)
 
 QString MainWindow::destination() const
 {
-    return normalizedDirectory(m_pathEdit->text());
+    return InstallationLocation::normalized(m_pathEdit->text());
 }
 
 void MainWindow::setDestination(const QString &directory)
 {
-    const QString shown = QDir::toNativeSeparators(normalizedDirectory(directory));
+    const QString shown = QDir::toNativeSeparators(InstallationLocation::normalized(directory));
     m_pathEdit->setText(shown);
     m_pathEdit->setToolTip(shown);
     m_installButton->setToolTip(tr("Install to %1").arg(shown));
@@ -491,12 +477,12 @@ void MainWindow::chooseInstallDirectory()
         return;
     const QString current = destination();
     const QString start = isProductDirectoryName(current) ? QFileInfo(current).path() : current;
-    QString chosen = normalizedDirectory(askForDirectory(start));
+    QString chosen = InstallationLocation::normalized(askForDirectory(start));
     if (chosen.isEmpty())
         return;
     // The product always gets a directory of its own, never the bare folder the user picked.
     if (!isProductDirectoryName(chosen))
-        chosen = QDir::cleanPath(chosen + QLatin1Char('/') + ProductDirectory);
+        chosen = InstallationLocation::normalized(chosen + QLatin1Char('/') + ProductDirectory);
     setDestination(chosen);
 }
 

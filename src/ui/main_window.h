@@ -36,8 +36,6 @@ public:
 
     // "12 MB" below 1 GiB, "1.5 GB" below 10 GiB, "12 GB" from there on, in the system locale.
     static QString formatBytes(qint64 bytes);
-    // "512 KB/s" below 1024 KB/s, "1.5 MB/s" from there on, in the system locale.
-    static QString formatTransferSpeed(double bytesPerSecond);
 
     static QMessageBox::StandardButton showInstallerWarning(
         QWidget *parent, const QString &title, const QString &text,

@@ -16,6 +16,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QLocale>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
@@ -193,6 +194,8 @@ private slots:
     void cleanup();
     void progressOnlyGrows_data();
     void progressOnlyGrows();
+    void formatsTransferSpeed_data();
+    void formatsTransferSpeed();
     void destinationRefusals_data();
     void destinationRefusals();
     void secondInstallerWaitsForTheFirst();
@@ -200,6 +203,8 @@ private slots:
     void closeDuringExtractionLeavesNoStaging();
     void failedExtractionOffersRetry_data();
     void failedExtractionOffersRetry();
+    void retryStartsFromTheFirstPage_data();
+    void retryStartsFromTheFirstPage();
     void downloadFailureDialog_data();
     void downloadFailureDialog();
     void downloadFailuresShowTheDialog_data();
@@ -301,6 +306,27 @@ void FlowTest::progressOnlyGrows()
     QCOMPARE(InstallationFlow::extractionShare(1000, 1000), 85);
     QCOMPARE(InstallationFlow::finalizationShare(250), 99);
     QCOMPARE(InstallationFlow::finalizationShare(-3), 85);
+}
+
+void FlowTest::formatsTransferSpeed_data()
+{
+    QTest::addColumn<qint64>("bytesPerSecond");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("a stalled transfer") << qint64(0) << "0 KB/s";
+    QTest::newRow("kilobytes round to the nearest") << qint64(1536) << "2 KB/s";
+    QTest::newRow("just below a megabyte stays in kilobytes") << qint64(1023.4 * 1024) << "1023 KB/s";
+    QTest::newRow("one megabyte per second keeps a decimal") << qint64(1024 * 1024) << "1.0 MB/s";
+    QTest::newRow("fast transfers in megabytes") << qint64(12.25 * 1024 * 1024) << "12.3 MB/s";
+}
+
+void FlowTest::formatsTransferSpeed()
+{
+    QFETCH(qint64, bytesPerSecond);
+    QFETCH(QString, text);
+    // Group separators differ between locales; none of the expectations needs one.
+    QString shown = InstallationFlow::transferSpeedText(bytesPerSecond);
+    shown.remove(QLocale::system().groupSeparator());
+    QCOMPARE(shown, text.replace(QLatin1Char('.'), QLocale::system().decimalPoint()));
 }
 
 void FlowTest::destinationRefusals_data()
@@ -521,6 +547,50 @@ void FlowTest::failedExtractionOffersRetry()
     QVERIFY(!flow->holdsInstallLock());
 }
 
+void FlowTest::retryStartsFromTheFirstPage_data()
+{
+    QTest::addColumn<bool>("foreignProgram");
+
+    QTest::newRow("the retry is a new attempt under the close rule") << false;
+    QTest::newRow("a retry refused by the location leaves the first page usable") << true;
+}
+
+void FlowTest::retryStartsFromTheFirstPage()
+{
+    QFETCH(bool, foreignProgram);
+    InstallationFlow::Settings s = settings();
+    s.closePermissionDelayMs = 600000;
+    auto *flow = new InstallationFlow(m_window.get(), {}, s);
+    m_window->setDestination(m_dir->filePath(QStringLiteral("Apps")));
+    flow->beginInstall();
+    flow->downloadManager()->cancel();
+    if (foreignProgram) {
+        // Appears after the first attempt's checks, so only the retry meets it.
+        QDir().mkpath(flow->destination());
+        QFile exe(flow->destination() + QStringLiteral("/brisalinker.exe"));
+        QVERIFY(exe.open(QIODevice::WriteOnly));
+        exe.write("not a program");
+    }
+    ModalAnswers answers({ QStringLiteral("Retry"), QStringLiteral("OK") });
+    emit flow->downloadManager()->completed(m_dir->filePath(QStringLiteral("missing.zip")), QUrl(), QStringLiteral("2.1.0"));
+    QTRY_VERIFY(!answers.seen.isEmpty());
+    QCOMPARE(answers.seen.first().title, QStringLiteral("Installation failed"));
+    if (!foreignProgram) {
+        QTRY_COMPARE(flow->phase(), InstallationFlow::Phase::Downloading);
+        QVERIFY(!flow->closePermitted());
+        QVERIFY(!m_window->findChild<QWidget *>(QStringLiteral("closeButton"))->isEnabled());
+        flow->downloadManager()->cancel();
+        return;
+    }
+    QTRY_COMPARE(answers.seen.size(), 2);
+    QCOMPARE(answers.seen.at(1).title, QStringLiteral("Invalid installation location"));
+    QCOMPARE(flow->phase(), InstallationFlow::Phase::Initial);
+    QCOMPARE(m_window->phase(), MainWindow::Phase::Install);
+    QVERIFY(m_window->findChild<QWidget *>(QStringLiteral("installButton"))->isEnabled());
+    QVERIFY(m_window->findChild<QWidget *>(QStringLiteral("closeButton"))->isEnabled());
+    QVERIFY(!flow->holdsInstallLock());
+}
+
 void FlowTest::downloadFailureDialog_data()
 {
     QTest::addColumn<QUrl>("fullPackage");
@@ -545,7 +615,15 @@ void FlowTest::downloadFailureDialog()
     QCOMPARE(dialog.findChild<QLabel *>(QStringLiteral("downloadFailureDescription"))->text(),
              QStringLiteral("We couldn't download the required files. Retry or download the full package."));
     QCOMPARE(dialog.findChild<QLabel *>(QStringLiteral("fullPackageLink"))->text(), linkText);
-    QVERIFY(dialog.findChild<QLabel *>(QStringLiteral("supportLabel"))->text().startsWith(QStringLiteral("Need help? Contact")));
+    auto *support = dialog.findChild<QLabel *>(QStringLiteral("supportLabel"));
+    QVERIFY(support->text().startsWith(QStringLiteral("Need help? Contact")));
+    // Opened by nobody in this elevated process: a click is handed on to be opened as the user.
+    for (const QLabel *label : dialog.findChildren<QLabel *>())
+        QVERIFY(!label->openExternalLinks());
+    QSignalSpy requested(&dialog, &DownloadFailureDialog::linkRequested);
+    emit support->linkActivated(QStringLiteral("mailto:support@brisalinker.com"));
+    QCOMPARE(requested.size(), 1);
+    QCOMPARE(requested.first().first().toUrl(), QUrl(QStringLiteral("mailto:support@brisalinker.com")));
 }
 
 void FlowTest::downloadFailuresShowTheDialog_data()

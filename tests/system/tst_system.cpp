@@ -435,6 +435,12 @@ void SystemTest::launchPassesAQuotedPathOnTheUsersDesktop()
     QCOMPARE(world.desktop, QStringLiteral("winsta0\\default"));
     QCOMPARE(world.logonFlags, DWORD(LOGON_WITH_PROFILE));
     QVERIFY(world.creationFlags & CREATE_UNICODE_ENVIRONMENT);
+
+    // An address to open follows the program as one quoted argument.
+    QVERIFY(DesktopUser::launchWithDesktopToken(world.handleFor(0), QStringLiteral("C:/windows/explorer.exe"),
+                                                QStringLiteral("C:/windows"), &pid, &error, &diagnostics, fakeLaunchApi(),
+                                                { QStringLiteral("https://example.invalid/a b?c=\"d\"") }));
+    QCOMPARE(world.commandLine, QStringLiteral("\"C:\\windows\\explorer.exe\" \"https://example.invalid/a b?c=\\\"d\\\"\""));
 }
 
 void SystemTest::launchWithoutATokenIsUnresolved()

@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -120,8 +121,6 @@ private slots:
     void chosenFolderBecomesTheTarget();
     void formatsBytes_data();
     void formatsBytes();
-    void formatsTransferSpeed_data();
-    void formatsTransferSpeed();
     void availableSpaceOfTheDestination_data();
     void availableSpaceOfTheDestination();
     void phasesLookDifferent();
@@ -134,6 +133,8 @@ private slots:
     void translationsCoverEveryLanguage();
     void windowSpeaksTheSystemLanguage();
     void warningButtonsSpeakTheLanguage();
+    void sourcesKeepNoUnsafeCalls_data();
+    void sourcesKeepNoUnsafeCalls();
 
 private:
     QTemporaryDir m_temp;
@@ -408,27 +409,6 @@ void UiTest::formatsBytes()
     QCOMPARE(MainWindow::formatBytes(bytes), localized(text));
 }
 
-void UiTest::formatsTransferSpeed_data()
-{
-    QTest::addColumn<double>("bytesPerSecond");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("a stalled transfer") << 0.0 << "0 KB/s";
-    QTest::newRow("kilobytes round to the nearest") << 1536.0 << "2 KB/s";
-    QTest::newRow("just below a megabyte stays in kilobytes") << 1023.4 * 1024 << "1023 KB/s";
-    QTest::newRow("one megabyte per second keeps a decimal") << 1024.0 * 1024 << "1.0 MB/s";
-    QTest::newRow("fast transfers in megabytes") << 12.25 * 1024 * 1024 << "12.3 MB/s";
-}
-
-void UiTest::formatsTransferSpeed()
-{
-    QFETCH(double, bytesPerSecond);
-    QFETCH(QString, text);
-    // Group separators differ between locales; none of the expectations needs one.
-    QString shown = MainWindow::formatTransferSpeed(bytesPerSecond);
-    shown.remove(QLocale::system().groupSeparator());
-    QCOMPARE(shown, localized(text));
-}
-
 void UiTest::availableSpaceOfTheDestination_data()
 {
     QTest::addColumn<QString>("destination");
@@ -513,7 +493,7 @@ void UiTest::longStatusStaysInsideTheProgressRow()
     const QRect before = install->geometry();
     window->setPhase(MainWindow::Phase::Busy);
     window->setWorking(true);
-    window->setSpeedText(MainWindow::formatTransferSpeed(2.5 * 1024 * 1024));
+    window->setSpeedText(localized(QStringLiteral("2.5 MB/s")));
     window->setStatusText(status);
     QTest::qWait(50);
     auto *label = part<QLabel>(window.get(), "downloadStatusLabel");
@@ -640,6 +620,41 @@ void UiTest::warningButtonsSpeakTheLanguage()
     QCoreApplication::removeTranslator(&translator);
     labels.sort();
     QCOMPARE(labels, (QStringList{QStringLiteral("Отмена"), QStringLiteral("Повторить")}));
+}
+
+void UiTest::sourcesKeepNoUnsafeCalls_data()
+{
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<QString>("allowedIn");
+
+    // The installer runs elevated: whatever it opens for the user runs as the administrator.
+    QTest::newRow("no label opens its links by itself") << "setOpenExternalLinks(true)" << QString();
+    QTest::newRow("no address is opened through the toolkit") << "QDesktopServices::openUrl" << QString();
+    QTest::newRow("only the elevation request goes through the shell") << "ShellExecute" << "app/startup_win.cpp";
+}
+
+void UiTest::sourcesKeepNoUnsafeCalls()
+{
+    QFETCH(QString, call);
+    QFETCH(QString, allowedIn);
+    QString root = QStringLiteral(BRISA_TEST_SOURCE_DIR "/../src");
+#ifdef Q_OS_WIN
+    if (root.startsWith(QLatin1Char('/')))
+        root.prepend(QStringLiteral("Z:")); // the Unix tree as Wine shows it
+#endif
+    QStringList found;
+    int read = 0;
+    QDirIterator it(root, { QStringLiteral("*.cpp"), QStringLiteral("*.h") }, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile file(it.next());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        ++read;
+        const QString relative = QDir(root).relativeFilePath(file.fileName());
+        if (relative != allowedIn && QString::fromUtf8(file.readAll()).contains(call))
+            found << relative;
+    }
+    QVERIFY2(read > 50, qPrintable(root));
+    QVERIFY2(found.isEmpty(), qPrintable(found.join(QLatin1Char(' '))));
 }
 
 QTEST_MAIN(UiTest)

@@ -79,7 +79,7 @@ int main(int argc, char **argv)
     window.setInstallButtonText(QCoreApplication::translate("MainWindow", "Preparing..."));
     window.setWorking(true);
     window.setStatusText(QCoreApplication::translate("MainWindow", "Downloading... %1%").arg(42));
-    window.setSpeedText(MainWindow::formatTransferSpeed(3.4 * 1024 * 1024));
+    window.setSpeedText(QStringLiteral("3.4 MB/s"));
     window.setDownloadProgress(42);
     window.setOverallProgress(28);
     save(&window, out, QStringLiteral("downloading"));
