@@ -631,6 +631,8 @@ void UiTest::sourcesKeepNoUnsafeCalls_data()
     QTest::newRow("no label opens its links by itself") << "setOpenExternalLinks(true)" << QString();
     QTest::newRow("no address is opened through the toolkit") << "QDesktopServices::openUrl" << QString();
     QTest::newRow("only the elevation request goes through the shell") << "ShellExecute" << "app/startup_win.cpp";
+    // A recursive removal that walks into a junction deletes what it points to.
+    QTest::newRow("no tree is removed by a walk that follows links") << "removeRecursively" << QString();
 }
 
 void UiTest::sourcesKeepNoUnsafeCalls()
