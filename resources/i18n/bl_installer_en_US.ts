@@ -380,6 +380,16 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <source>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</source>
         <translation>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</translation>
     </message>
+    <message>
+        <source>Unable to open the link</source>
+        <translation>Unable to open the link</translation>
+    </message>
+    <message>
+        <source>The link could not be opened. Its address was copied to the clipboard:
+%1</source>
+        <translation>The link could not be opened. Its address was copied to the clipboard:
+%1</translation>
+    </message>
 </context>
 <context>
     <name>InstallerFinalizer</name>

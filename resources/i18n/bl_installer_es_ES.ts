@@ -380,6 +380,16 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
         <source>System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background.</source>
         <translation>La configuración del sistema ya ha comenzado, por lo que este paso no se puede revertir con seguridad. La ventana se cerrará mientras la instalación termina en segundo plano.</translation>
     </message>
+    <message>
+        <source>Unable to open the link</source>
+        <translation>No se puede abrir el enlace</translation>
+    </message>
+    <message>
+        <source>The link could not be opened. Its address was copied to the clipboard:
+%1</source>
+        <translation>No se pudo abrir el enlace. Su dirección se copió al portapapeles:
+%1</translation>
+    </message>
 </context>
 <context>
     <name>InstallerFinalizer</name>
