@@ -3,7 +3,6 @@
 #include "location/installation_location.h"
 #include "system/desktop_user_launch.h"
 
-#include <QDir>
 
 #include <windows.h>
 
