@@ -476,7 +476,7 @@ void MainWindow::chooseInstallDirectory()
     if (m_destinationFixed)
         return;
     const QString current = destination();
-    const QString start = isProductDirectoryName(current) ? QFileInfo(current).path() : current;
+    const QString start = isProductDirectoryName(current) ? InstallationLocation::parentOf(current) : current;
     QString chosen = InstallationLocation::normalized(askForDirectory(start));
     if (chosen.isEmpty())
         return;
@@ -502,8 +502,8 @@ void MainWindow::updateAvailableSpace()
             found = true;
             break;
         }
-        const QString parent = QFileInfo(probe).path();
-        if (parent == probe)
+        const QString parent = InstallationLocation::parentOf(probe);
+        if (parent.isEmpty() || parent == probe)
             break;
         probe = parent;
     }
