@@ -37,6 +37,7 @@ private slots:
     void legacyMigration();
     void killedAndRestarted_data();
     void killedAndRestarted();
+    void cacheNeverFollowsALink();
 
     // tst_manifest_signature.cpp: the publisher's signature over the manifest.
     void manifestSignature_data();

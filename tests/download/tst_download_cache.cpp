@@ -1,4 +1,5 @@
 #include "tst_download.h"
+#include "support/test_links.h"
 #include "download_fixture.h"
 #include "test_nginx.h"
 
@@ -330,6 +331,26 @@ void TestDownload::killedAndRestarted()
     QCOMPARE(QDir(cache).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList({"version-1.2.3"}));
     for (const QString &name : dir.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden))
         QVERIFY2(name == "package.zip" || name == "package.sha256" || name.startsWith("chunk-"), qPrintable(name));
+}
+
+// The cache lives where the user can write: a link planted among the chunks, named like one,
+// loses at most itself when the cache is claimed for another package.
+void TestDownload::cacheNeverFollowsALink()
+{
+    const QString cache = cacheRoot() + QStringLiteral("/cache");
+    const QString canaries = cacheRoot() + QStringLiteral("/canaries");
+    QVERIFY(QDir().mkpath(cache) && QDir().mkpath(canaries));
+    QFile canary(canaries + QStringLiteral("/precious.bin"));
+    QVERIFY(canary.open(QIODevice::WriteOnly) && canary.write("keep") == 4);
+    canary.close();
+    QVERIFY(TestLinks::makeDirectoryLink(canaries, cache + QStringLiteral("/chunk-0001.bin")));
+#ifndef Q_OS_WIN
+    QVERIFY(QFile::link(canary.fileName(), cache + QStringLiteral("/chunk-0002.bin")));
+#endif
+    DownloadCache::claimForPackage(cache, QByteArray(64, 'a'));
+    QVERIFY(canary.open(QIODevice::ReadOnly));
+    QCOMPARE(canary.readAll(), QByteArray("keep"));
+    QCOMPARE(QDir(canaries).entryList(QDir::Files), QStringList { QStringLiteral("precious.bin") });
 }
 
 QTEST_GUILESS_MAIN(TestDownload)
