@@ -3,6 +3,7 @@
 #include "system/handles_win.h"
 #include "system/installation_permissions.h"
 #include "support/test_links.h"
+#include "support/user_token_win.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -17,14 +18,6 @@
 using InstallationPermissions::Transaction;
 
 namespace {
-
-QByteArray descriptorOf(const QString &path, SECURITY_INFORMATION parts)
-{
-    DWORD size = 0;
-    GetFileSecurityW(wideChars(path), parts, nullptr, 0, &size);
-    QByteArray descriptor(int(size), '\0');
-    return size && GetFileSecurityW(wideChars(path), parts, descriptor.data(), size, &size) ? descriptor : QByteArray();
-}
 
 QString sddl(PSECURITY_DESCRIPTOR descriptor)
 {
@@ -48,42 +41,13 @@ QMap<QString, QString> dacls(const QString &root)
     QMap<QString, QString> result;
     QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
     for (QString path = root; !path.isEmpty(); path = it.hasNext() ? it.next() : QString())
-        result.insert(path, sddl(descriptorOf(path, DACL_SECURITY_INFORMATION).data()));
+        result.insert(path, sddl(UserToken::fileSecurity(path, DACL_SECURITY_INFORMATION).data()));
     return result;
-}
-
-// Under Wine the process is an administrator; with that group for denial only the token is what
-// a signed-in user of a real machine holds.
-UniqueHandle userToken()
-{
-    HANDLE own = nullptr;
-    BYTE administrators[SECURITY_MAX_SID_SIZE];
-    DWORD size = sizeof(administrators);
-    HANDLE restricted = nullptr;
-    if (OpenProcessToken(GetCurrentProcess(), TOKEN_DUPLICATE | TOKEN_QUERY | TOKEN_ASSIGN_PRIMARY | TOKEN_IMPERSONATE, &own)
-        && CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators, &size)) {
-        SID_AND_ATTRIBUTES denyOnly { administrators, 0 };
-        CreateRestrictedToken(own, 0, 1, &denyOnly, 0, nullptr, 0, nullptr, &restricted);
-    }
-    CloseHandle(own);
-    return UniqueHandle(restricted);
 }
 
 bool mayModify(HANDLE token, const QString &path)
 {
-    QByteArray descriptor = descriptorOf(path, OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION);
-    HANDLE impersonation = nullptr;
-    if (descriptor.isEmpty() || !DuplicateToken(token, SecurityImpersonation, &impersonation))
-        return false;
-    const UniqueHandle owned(impersonation);
-    GENERIC_MAPPING mapping { FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS };
-    PRIVILEGE_SET privileges {};
-    DWORD privilegesSize = sizeof(privileges);
-    DWORD granted = 0;
-    BOOL allowed = FALSE;
-    return AccessCheck(descriptor.data(), impersonation, InstallationPermissions::modifyAccess, &mapping, &privileges,
-                       &privilegesSize, &granted, &allowed)
-        && allowed;
+    return UserToken::mayAccess(token, path, InstallationPermissions::modifyAccess);
 }
 
 // A product tree as an elevated installer leaves it: only the system may change it, users may
@@ -129,7 +93,7 @@ void SystemTest::refusedPermissionRoots()
     QTemporaryDir temp;
     if (root == QLatin1String("NotBrisaLinker"))
         QVERIFY(QDir().mkpath(root = temp.filePath(root)));
-    const UniqueHandle token = userToken();
+    const UniqueHandle token = UserToken::restricted();
     QStringList log;
     Transaction transaction([&log](const QString &line) { log << line; });
     QVERIFY(!transaction.apply(root, token.get(), nullptr));
@@ -142,7 +106,7 @@ void SystemTest::permissionsGrantModifyOnEveryObject()
     QTemporaryDir temp;
     const QString root = makeProduct(temp.path());
     const QMap<QString, QString> service = dacls(root + QStringLiteral("/WinServices"));
-    const UniqueHandle token = userToken();
+    const UniqueHandle token = UserToken::restricted();
     QVERIFY(token);
     for (const QString &path : dacls(root).keys())
         QVERIFY2(!mayModify(token.get(), path), qPrintable(path));
@@ -178,7 +142,7 @@ void SystemTest::mergingKeepsDenials()
 {
     QFETCH(QString, before);
     QFETCH(bool, directory);
-    const QString user = InstallationPermissions::tokenSid(userToken().get());
+    const QString user = InstallationPermissions::tokenSid(UserToken::restricted().get());
     PSID sid = nullptr;
     QVERIFY(ConvertStringSidToSidW(wideChars(user), &sid));
     const UniqueLocal<void> ownedSid(sid);
@@ -224,7 +188,7 @@ void SystemTest::refusedPermissionTreesRollBack()
         QVERIFY(QFile(root + QLatin1Char('/') + obstacle).open(QIODevice::WriteOnly));
     const QMap<QString, QString> before = dacls(root);
     const QMap<QString, QString> outsideBefore = dacls(outside);
-    const UniqueHandle token = userToken();
+    const UniqueHandle token = UserToken::restricted();
 
     QStringList log;
     Transaction transaction([&log](const QString &line) { log << line; });
