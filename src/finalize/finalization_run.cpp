@@ -2,6 +2,7 @@
 #include "finalize/installer_finalizer.h"
 #include "finalize/install_actions.h"
 #include "finalize/installation_processes_platform.h"
+#include "finalize/maintenance_service.h"
 #include "app/installer_logger.h"
 #include "browser/browser_cache_reset.h"
 #include "location/installation_identity.h"
@@ -369,6 +370,7 @@ bool FinalizationRun::passPointOfNoReturn()
 
 void FinalizationRun::runOptionalSteps()
 {
+    setupMaintenance();
     runSystemActions();
     commitUrlProtocol();
     rememberLocation();
@@ -411,6 +413,18 @@ void FinalizationRun::retireMachineUninstallEntry()
     const long status = UninstallRegistration::retireMachineEntry(m_in.installDir, m_in.otherRoot);
     if (status != 0)
         InstallerLogger::write(QStringLiteral("Unable to migrate old machine-wide uninstall entry: %1").arg(status));
+}
+
+void FinalizationRun::setupMaintenance()
+{
+    stage(tr("Installing system maintenance service..."));
+    MaintenanceSetupState state;
+    QString detail;
+    if (setupMaintenanceService(m_in.installDir, m_in.installDir + QStringLiteral("/WinServices/bl-maintenance.exe"), &state, &detail))
+        return;
+    InstallerLogger::write(QStringLiteral("Optional maintenance setup failed; installation will continue without managed firewall rules: %1").arg(detail));
+    if (!rollbackMaintenanceService(state, &detail))
+        InstallerLogger::write(QStringLiteral("Optional maintenance restoration failed: %1").arg(detail));
 }
 
 void FinalizationRun::runSystemActions()

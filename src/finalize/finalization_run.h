@@ -49,6 +49,7 @@ private:
     bool finishInstallation();
     bool passPointOfNoReturn();
     void runOptionalSteps();
+    void setupMaintenance();
     void runSystemActions();
     void commitUrlProtocol();
     void rememberLocation();
