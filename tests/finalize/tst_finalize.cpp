@@ -1,3 +1,4 @@
+#include "tst_finalize.h"
 #include "app/app_paths.h"
 #include "finalize/in_place_install.h"
 #include "finalize/install_actions.h"
@@ -32,27 +33,6 @@ QString todaysLog()
 
 } // namespace
 
-class FinalizeTest : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void installAndRollBack_data();
-    void installAndRollBack();
-    void failuresLeaveAnUndoableState_data();
-    void failuresLeaveAnUndoableState();
-    void filesGoInCaseInsensitiveOrder();
-    void aNewFileThatCannotGoBackKeepsTheBackup();
-    void historicalBackups_data();
-    void historicalBackups();
-    void removalsNeverFollowALink_data();
-    void removalsNeverFollowALink();
-#ifdef Q_OS_WIN
-    void systemActions_data();
-    void systemActions();
-    void systemActionsUseTheRealWindowsDirectoryByDefault();
-#endif
-};
 
 void FinalizeTest::installAndRollBack_data()
 {
@@ -372,4 +352,3 @@ void FinalizeTest::systemActionsUseTheRealWindowsDirectoryByDefault()
 #endif
 
 QTEST_GUILESS_MAIN(FinalizeTest)
-#include "tst_finalize.moc"

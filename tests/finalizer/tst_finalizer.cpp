@@ -267,6 +267,10 @@ void FinalizerTest::optionalStepFailuresStillComplete_data()
                          "Firewall program is missing; rules skipped: ",
                          "Optional system actions completed with 3 warning(s); continuing installation.",
                          "Installation finalized; showing Done: %1" };
+    QTest::newRow("a maintenance service program that does not run is rolled back and the installation completes")
+        << "WinServices/bl-maintenance.exe"
+        << QStringList { "Optional maintenance setup failed; installation will continue without managed firewall rules: ",
+                         "Running virtual camera and firewall actions as administrator.", "Installation finalized; showing Done: %1" };
 }
 
 void FinalizerTest::optionalStepFailuresStillComplete()
@@ -283,6 +287,8 @@ void FinalizerTest::optionalStepFailuresStillComplete()
     if (!extraFile.isEmpty()) {
         put(staging + QLatin1Char('/') + extraFile, "not the product's");
         package.files << extraFile;
+        if (extraFile.contains(QLatin1Char('/')))
+            package.directories << QFileInfo(extraFile).path();
     }
     // A Windows directory without the system programs: every action is a warning.
     const QByteArray windows = qgetenv("WINDIR");
