@@ -104,14 +104,22 @@ DWORD waitWhilePending(SC_HANDLE service, DWORD pending, int timeoutMs)
     return state;
 }
 
+// Stopped means its process has ended too: until then it holds its program open.
 bool stopService(SC_HANDLE service, int timeoutMs, QString *error)
 {
-    SERVICE_STATUS status {};
-    if (currentState(service) == SERVICE_STOPPED)
+    SERVICE_STATUS_PROCESS running {};
+    DWORD size = 0;
+    if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE *>(&running), sizeof(running), &size))
+        return fail(error, QStringLiteral("Unable to query the maintenance service"));
+    if (running.dwCurrentState == SERVICE_STOPPED)
         return true;
+    const UniqueHandle process(running.dwProcessId ? OpenProcess(SYNCHRONIZE, FALSE, running.dwProcessId) : nullptr);
+    const QDeadlineTimer deadline(timeoutMs);
+    SERVICE_STATUS status {};
     if (!ControlService(service, SERVICE_CONTROL_STOP, &status) && GetLastError() != ERROR_SERVICE_NOT_ACTIVE)
         return fail(error, QStringLiteral("Unable to stop the maintenance service"));
-    if (waitWhilePending(service, SERVICE_STOP_PENDING, timeoutMs) != SERVICE_STOPPED)
+    if (waitWhilePending(service, SERVICE_STOP_PENDING, timeoutMs) != SERVICE_STOPPED
+        || (process && WaitForSingleObject(process.get(), DWORD(deadline.remainingTime())) != WAIT_OBJECT_0))
         return fail(error, QStringLiteral("The maintenance service did not stop within %1 ms").arg(timeoutMs), 0);
     return true;
 }
