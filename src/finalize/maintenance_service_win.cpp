@@ -176,10 +176,11 @@ bool describe(SC_HANDLE service, const QString &text, quint32 resetSeconds, cons
 {
     std::wstring descriptionText = text.toStdWString();
     SERVICE_DESCRIPTIONW serviceDescription { descriptionText.data() };
-    std::vector<SC_ACTION> list;
+    // One spare entry: an empty list must still be passed, or the former actions would stay.
+    std::vector<SC_ACTION> list(1);
     for (const MaintenanceSetupState::FailureAction &action : actions)
-        list.push_back({ SC_ACTION_TYPE(action.type), action.delayMs });
-    SERVICE_FAILURE_ACTIONSW failure { resetSeconds, nullptr, nullptr, DWORD(list.size()), list.empty() ? nullptr : list.data() };
+        list.insert(list.end() - 1, { SC_ACTION_TYPE(action.type), action.delayMs });
+    SERVICE_FAILURE_ACTIONSW failure { resetSeconds, nullptr, nullptr, DWORD(actions.size()), list.data() };
     if (!ChangeServiceConfig2W(service, SERVICE_CONFIG_DESCRIPTION, &serviceDescription)
         || !ChangeServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS, &failure))
         return fail(error, QStringLiteral("Unable to describe the maintenance service"));

@@ -36,8 +36,9 @@ void put(const QString &path, const QByteArray &bytes)
     QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size());
 }
 
-// What the service control manager holds of the service: type, start, account, command and
-// whether it runs; empty when there is no such service.
+// What the service control manager holds of the service: type, start, account, command, whether
+// it runs and its description (Wine keeps no recovery actions to read back); empty when there is
+// no such service.
 QString configuration()
 {
     SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
@@ -52,6 +53,11 @@ QString configuration()
         result = QStringLiteral("%1 %2 %3 %4 active=%5").arg(config->dwServiceType).arg(config->dwStartType)
                      .arg(QString::fromWCharArray(config->lpServiceStartName), QString::fromWCharArray(config->lpBinaryPathName))
                      .arg(status.dwCurrentState != SERVICE_STOPPED);
+    QueryServiceConfig2W(service, SERVICE_CONFIG_DESCRIPTION, nullptr, 0, &size);
+    buffer.assign(size, 0);
+    const auto *text = reinterpret_cast<SERVICE_DESCRIPTIONW *>(buffer.data());
+    if (!result.isEmpty() && size && QueryServiceConfig2W(service, SERVICE_CONFIG_DESCRIPTION, buffer.data(), size, &size) && text->lpDescription)
+        result += QStringLiteral(" description=") + QString::fromWCharArray(text->lpDescription);
     CloseServiceHandle(service);
     CloseServiceHandle(manager);
     return result;
@@ -140,7 +146,7 @@ void FinalizeTest::maintenanceServiceSetup()
         QVERIFY(service && StartServiceW(service, 0, nullptr));
         CloseServiceHandle(service);
         CloseServiceHandle(manager);
-        QTRY_VERIFY(configuration().endsWith(QLatin1String("active=1")));
+        QTRY_VERIFY(configuration().contains(QLatin1String("active=1")));
     }
     const QString formerConfiguration = configuration();
     const QByteArray formerProgram = content(serviceDir + QStringLiteral("/bl-maintenance.exe"));
@@ -168,7 +174,8 @@ void FinalizeTest::maintenanceServiceSetup()
     }
     QVERIFY2(done, qPrintable(detail));
     const QString program = QDir::toNativeSeparators(serviceDir + QStringLiteral("/bl-maintenance.exe"));
-    QCOMPARE(after, QStringLiteral("16 3 LocalSystem \"%1\" --service active=1").arg(program));
+    QCOMPARE(after, QStringLiteral("16 3 LocalSystem \"%1\" --service active=1 description=Applies Brisa-Linker's firewall rules for "
+                                   "the programs its installer named.").arg(program));
     QCOMPARE(content(program), content(payload));
     QCOMPARE(QDir(serviceDir).entryList(QDir::Files), (QStringList { QStringLiteral("bl-maintenance.exe"), QStringLiteral("policy.ini") }));
     QProcess status;
