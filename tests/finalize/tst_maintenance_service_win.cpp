@@ -131,14 +131,13 @@ void FinalizeTest::maintenanceServiceSetup()
     const QString root = temp.filePath(QStringLiteral("Brisa Linker Apps/BrisaLinker"));
     const QString serviceDir = root + QStringLiteral("/WinServices/service");
     MaintenanceSetupState state;
-    state.timeoutMs = 2000;
     QString detail;
     if (before == QLatin1String("demo")) {
         prepare(root, built(BRISA_MAINTENANCE_DEMO), QStringLiteral(BRISA_DEMO_VERSION));
         QVERIFY2(setupMaintenanceService(root, root + QStringLiteral("/WinServices/bl-maintenance.exe"), &state, &detail), qPrintable(detail));
         state = MaintenanceSetupState();
-        state.timeoutMs = 2000;
     } else if (before == QLatin1String("stubborn")) {
+        state.timeoutMs = 2000; // the full limit would only make the test slow
         const std::wstring command = QStringLiteral("\"%1\"").arg(QDir::toNativeSeparators(built(BRISA_STUBBORN_SERVICE))).toStdWString();
         SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
         SC_HANDLE service = CreateServiceW(manager, name, name, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
