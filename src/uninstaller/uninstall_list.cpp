@@ -1,4 +1,5 @@
 #include "uninstall_list.h"
+#include "system/tree_removal.h"
 
 #include <windows.h>
 
@@ -164,11 +165,9 @@ RemovalResult removeListedEntries(const std::wstring &installDirectory, const Un
             ++result.failures; // listed as a file, but a directory stands there now: not ours
             continue;
         }
-        if (attributes & FILE_ATTRIBUTE_READONLY)
-            SetFileAttributesW(path.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
-        // On a link, DeleteFileW removes the link itself, never its target.
-        const BOOL deleted = (attributes & FILE_ATTRIBUTE_DIRECTORY) ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str());
-        if (!deleted && GetLastError() != ERROR_FILE_NOT_FOUND)
+        // The installer's own removal: checked again on the opened entry, a link removed as
+        // itself and never followed, a read-only file removed too.
+        if (!TreeRemoval::removeTree(path))
             ++result.failures;
     }
     for (const std::wstring &relative : list.directories) {

@@ -553,7 +553,12 @@ void FinalizerTest::stopsBeforeTheCommit()
     QCOMPARE(completed.size(), 0);
     QVERIFY2(failed.first().first().toString().startsWith(failure), qPrintable(failed.first().first().toString()));
     QCOMPARE(progress.last(), at);
-    QCOMPARE(digests(install), before);
+    QMap<QString, QByteArray> after = digests(install);
+    // The rights step just before the commit makes the product's empty lock file; undoing the
+    // record now, like a recovery at the next start, leaves it.
+    if (commitBlocked)
+        after.remove(QStringLiteral(".brisalinker.lock"));
+    QCOMPARE(after, before);
     if (!commitBlocked)
         QVERIFY(!QFileInfo::exists(record));
 }
