@@ -3,6 +3,7 @@
 #include "system/com_win.h"
 #include "system/desktop_user.h"
 #include "system/handles_win.h"
+#include "system/shortcuts.h"
 #include "system/url_protocol.h"
 
 #include <QDir>
@@ -11,9 +12,7 @@
 #include <io.h>
 #include <windows.h>
 #include <knownfolders.h>
-#include <objbase.h>
 #include <shlobj.h>
-#include <shobjidl.h>
 
 namespace OverlayTransactionPlatform {
 
@@ -108,23 +107,10 @@ QStringList shortcutPaths()
 
 bool shortcutOwned(const QString &shortcut, const QString &root)
 {
-    const ComScope com;
-    if (!com.usable())
+    const QString target = Shortcuts::shortcutTarget(shortcut);
+    if (target.isEmpty())
         return false;
-    IShellLinkW *rawLink = nullptr;
-    if (FAILED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, reinterpret_cast<void **>(&rawLink))))
-        return false;
-    const ComPointer<IShellLinkW> link(rawLink);
-    IPersistFile *rawFile = nullptr;
-    if (FAILED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void **>(&rawFile))))
-        return false;
-    const ComPointer<IPersistFile> file(rawFile);
-    if (FAILED(file->Load(wideChars(QDir::toNativeSeparators(shortcut)), STGM_READ)))
-        return false;
-    wchar_t target[MAX_PATH + 1] = {};
-    if (link->GetPath(target, MAX_PATH, nullptr, SLGP_RAWPATH) != S_OK)
-        return false;
-    const QString targetIdentity = identity(QString::fromWCharArray(target));
+    const QString targetIdentity = identity(target);
     return targetIdentity == identity(root + QStringLiteral("/brisalinker.exe"))
         || targetIdentity == identity(root + QStringLiteral("/uninstall.exe"));
 }

@@ -32,6 +32,9 @@ QString shortcutFilePath(Folder folder, const QString &fileName);
 // refused: none of those is a shortcut we could have written.
 bool captureShortcutFile(const QString &path, ShortcutSnapshot *snapshot);
 
+// The path a shortcut file opens, as written into it, or empty when it cannot be read.
+QString shortcutTarget(const QString &path);
+
 // Deletes the file; a file or folder that is not there counts as removed.
 bool removeShortcutFile(const QString &path);
 

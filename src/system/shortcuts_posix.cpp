@@ -40,6 +40,11 @@ bool captureShortcutFile(const QString &path, ShortcutSnapshot *snapshot)
     return true;
 }
 
+QString shortcutTarget(const QString &)
+{
+    return {};
+}
+
 bool removeShortcutFile(const QString &path)
 {
     return QFile::remove(path) || !QFileInfo(path).exists();

@@ -104,6 +104,27 @@ bool captureShortcutFile(const QString &path, ShortcutSnapshot *snapshot)
     return true;
 }
 
+QString shortcutTarget(const QString &path)
+{
+    const ComScope com;
+    if (!com.usable())
+        return {};
+    IShellLinkW *rawLink = nullptr;
+    if (FAILED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, reinterpret_cast<void **>(&rawLink))))
+        return {};
+    const ComPointer<IShellLinkW> link(rawLink);
+    IPersistFile *rawFile = nullptr;
+    if (FAILED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void **>(&rawFile))))
+        return {};
+    const ComPointer<IPersistFile> file(rawFile);
+    if (FAILED(file->Load(native(path).c_str(), STGM_READ)))
+        return {};
+    wchar_t target[MAX_PATH + 1] = {};
+    if (link->GetPath(target, MAX_PATH, nullptr, SLGP_RAWPATH) != S_OK)
+        return {};
+    return QString::fromWCharArray(target);
+}
+
 bool removeShortcutFile(const QString &path)
 {
     if (DeleteFileW(native(path).c_str()))
