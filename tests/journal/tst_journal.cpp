@@ -2,6 +2,7 @@
 
 #include "finalize/in_place_install.h"
 #include "journal/overlay_transaction.h"
+#include "journal/overlay_transaction_platform.h"
 #include "tree_fixture.h"
 
 #include <QDataStream>
@@ -253,6 +254,33 @@ void JournalTest::hostileRecordsAreRefusedAndKept()
     OverlayTransaction::State next;
     QVERIFY(!OverlayTransaction::begin(fixture.root(), fixture.stage(), &next, &error));
     QVERIFY(DiskState::of(fixture) == before);
+}
+
+// A plain rename would silently overwrite on the host; a move onto anything that exists must
+// fail and leave both sides as they were.
+void JournalTest::movesNeverReplace_data()
+{
+    QTest::addColumn<bool>("fromDirectory");
+    QTest::addColumn<bool>("toDirectory");
+    QTest::newRow("a file onto a file") << false << false;
+    QTest::newRow("a file onto a directory") << false << true;
+    QTest::newRow("a directory onto a directory") << true << true;
+    QTest::newRow("a directory onto a file") << true << false;
+}
+
+void JournalTest::movesNeverReplace()
+{
+    QFETCH(bool, fromDirectory);
+    QFETCH(bool, toDirectory);
+    TreeFixture fixture;
+    QVERIFY(fixture.setUp({}, {}));
+    const QString from = fixture.base() + "/from";
+    const QString to = fixture.base() + "/to";
+    QVERIFY(TreeFixture::write(fromDirectory ? from + "/inner" : from, "moved"));
+    QVERIFY(TreeFixture::write(toDirectory ? to + "/inner" : to, "kept"));
+    const auto before = TreeFixture::snapshot(fixture.base());
+    QVERIFY(!OverlayTransactionPlatform::moveEntry(from, to));
+    QCOMPARE(TreeFixture::snapshot(fixture.base()), before);
 }
 
 void JournalTest::recordSizeLimit_data()

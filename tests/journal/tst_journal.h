@@ -15,6 +15,8 @@ private slots:
     void unsafePayloadsWriteNoRecord();
     void hostileRecordsAreRefusedAndKept_data();
     void hostileRecordsAreRefusedAndKept();
+    void movesNeverReplace_data();
+    void movesNeverReplace();
     void recordSizeLimit_data();
     void recordSizeLimit();
     void foreignContentIsLeftAlone_data();
