@@ -4,7 +4,7 @@
 <context>
     <name>ArchiveExtractor</name>
     <message>
-        <location filename="../../src/extract/archive_extractor.cpp" line="+122"/>
+        <location filename="../../src/extract/archive_extractor.cpp" line="+134"/>
         <source>Unable to open the downloaded ZIP package.</source>
         <translation>No se pudo abrir el paquete ZIP descargado.</translation>
     </message>
@@ -89,7 +89,7 @@
         <translation>Descargar el paquete completo</translation>
     </message>
     <message>
-        <location line="+5"/>
+        <location line="+4"/>
         <source>The full package link is unavailable.</source>
         <translation>El enlace al paquete completo no está disponible.</translation>
     </message>
@@ -99,7 +99,7 @@
         <translation>¿Necesita ayuda? Escriba a</translation>
     </message>
     <message>
-        <location line="+7"/>
+        <location line="+10"/>
         <source>Cancel</source>
         <translation>Cancelar</translation>
     </message>
@@ -112,34 +112,39 @@
 <context>
     <name>DownloadManager</name>
     <message>
-        <location filename="../../src/download/download_manager.cpp" line="+170"/>
+        <location filename="../../src/download/download_manager.cpp" line="+271"/>
         <source>Unable to download the version manifest: %1</source>
         <translation>No se pudo descargar el manifiesto de la versión: %1</translation>
     </message>
     <message>
         <location line="+9"/>
-        <location line="+300"/>
+        <location line="+286"/>
         <location line="+19"/>
         <source>No download progress was made for 20 seconds.</source>
         <translation>La descarga no ha avanzado en 20 segundos.</translation>
     </message>
     <message>
-        <location line="-307"/>
+        <location line="-345"/>
         <source>The version manifest is invalid: %1</source>
         <translation>El manifiesto de la versión no es válido: %1</translation>
     </message>
     <message>
-        <location line="+26"/>
+        <location line="-9"/>
+        <source>The version manifest does not carry a valid signature of the publisher.</source>
+        <translation>El manifiesto de la versión no lleva una firma válida del editor.</translation>
+    </message>
+    <message>
+        <location line="+65"/>
         <source>Unable to create the download directory.</source>
         <translation>No se pudo crear la carpeta de descarga.</translation>
     </message>
     <message>
-        <location line="+107"/>
+        <location line="+109"/>
         <source>Unable to write a download chunk.</source>
         <translation>No se pudo escribir un fragmento de la descarga.</translation>
     </message>
     <message>
-        <location line="+76"/>
+        <location line="+63"/>
         <source>The download server does not support ranged requests.</source>
         <translation>El servidor de descarga no admite solicitudes por rangos.</translation>
     </message>
@@ -154,35 +159,32 @@
         <translation>Un fragmento de la descarga tiene un tamaño inesperado.</translation>
     </message>
     <message>
-        <location line="+167"/>
-        <location filename="../../src/download/package_assembly.cpp" line="+65"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+19"/>
         <source>The combined package failed verification.</source>
         <translation>El paquete combinado no superó la verificación.</translation>
     </message>
     <message>
-        <location filename="../../src/download/package_assembly.cpp" line="-36"/>
+        <location line="-4"/>
         <source>Unable to create the combined package.</source>
         <translation>No se pudo crear el paquete combinado.</translation>
     </message>
     <message>
-        <location line="+8"/>
+        <location line="+1"/>
         <source>Unable to read a downloaded chunk.</source>
         <translation>No se pudo leer un fragmento descargado.</translation>
     </message>
     <message>
-        <location line="+6"/>
-        <location line="+10"/>
+        <location line="+1"/>
         <source>Unable to combine the downloaded chunks.</source>
         <translation>No se pudieron combinar los fragmentos descargados.</translation>
     </message>
     <message>
-        <location line="-6"/>
-        <location line="+14"/>
+        <location line="+1"/>
         <source>Unable to write the combined package.</source>
         <translation>No se pudo escribir el paquete combinado.</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+2"/>
         <source>Unable to finalize the downloaded package.</source>
         <translation>No se pudo completar el paquete descargado.</translation>
     </message>
@@ -190,7 +192,7 @@
 <context>
     <name>InstallationFlow</name>
     <message>
-        <location filename="../../src/ui/installation_flow.cpp" line="+135"/>
+        <location filename="../../src/ui/installation_flow.cpp" line="+141"/>
         <source>%1 MB/s</source>
         <translation>%1 MB/s</translation>
     </message>
@@ -215,7 +217,7 @@
         <translation>La ubicación de instalación no puede contener vínculos de carpeta.</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+2"/>
         <source>Brisa-Linker cannot be installed in this system location.</source>
         <translation>Brisa-Linker no se puede instalar en esta ubicación del sistema.</translation>
     </message>
@@ -227,7 +229,7 @@
 %1</translation>
     </message>
     <message>
-        <location line="+20"/>
+        <location line="+19"/>
         <source>Brisa-Linker is already installed</source>
         <translation>Brisa-Linker ya está instalado</translation>
     </message>
@@ -249,12 +251,12 @@ Install it in the new location instead? The files in the old location are kept.<
     </message>
     <message>
         <location line="+0"/>
-        <location line="+174"/>
+        <location line="+176"/>
         <source>Cancel</source>
         <translation>Cancelar</translation>
     </message>
     <message>
-        <location line="-146"/>
+        <location line="-148"/>
         <source>Installation in progress</source>
         <translation>Instalación en curso</translation>
     </message>
@@ -299,7 +301,7 @@ Install it in the new location instead? The files in the old location are kept.<
         <translation>Instalando...</translation>
     </message>
     <message>
-        <location line="+44"/>
+        <location line="+46"/>
         <source>Brisa-Linker is running</source>
         <translation>Brisa-Linker se está ejecutando</translation>
     </message>
@@ -356,7 +358,7 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
         <translation>Brisa-Linker se instaló, pero no se pudo iniciar. Puede abrirlo desde el acceso directo del escritorio.</translation>
     </message>
     <message>
-        <location line="+82"/>
+        <location line="+98"/>
         <source>Install</source>
         <translation>Instalar</translation>
     </message>
@@ -381,10 +383,12 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
         <translation>La configuración del sistema ya ha comenzado, por lo que este paso no se puede revertir con seguridad. La ventana se cerrará mientras la instalación termina en segundo plano.</translation>
     </message>
     <message>
+        <location line="-71"/>
         <source>Unable to open the link</source>
         <translation>No se puede abrir el enlace</translation>
     </message>
     <message>
+        <location line="+1"/>
         <source>The link could not be opened. Its address was copied to the clipboard:
 %1</source>
         <translation>No se pudo abrir el enlace. Su dirección se copió al portapapeles:
@@ -619,7 +623,7 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+128"/>
+        <location filename="../../src/ui/main_window.cpp" line="+123"/>
         <source>Minimize</source>
         <translation>Minimizar</translation>
     </message>
@@ -661,40 +665,40 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
     </message>
     <message>
         <location line="+3"/>
-        <location line="+173"/>
+        <location line="+164"/>
         <source>Install to %1</source>
         <translation>Instalar en %1</translation>
     </message>
     <message>
-        <location line="-168"/>
+        <location line="-159"/>
         <source>Browse folders</source>
         <translation>Examinar carpetas</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+220"/>
+        <location line="+211"/>
         <source>Required: --</source>
         <translation>Necesario: --</translation>
     </message>
     <message>
-        <location line="-218"/>
-        <location line="+296"/>
+        <location line="-209"/>
+        <location line="+287"/>
         <source>Available: --</source>
         <translation>Disponible: --</translation>
     </message>
     <message>
-        <location line="-256"/>
+        <location line="-247"/>
         <source>Preparing download...</source>
         <translation>Preparando la descarga...</translation>
     </message>
     <message>
         <location line="+23"/>
-        <location line="+130"/>
+        <location line="+121"/>
         <source>Install</source>
         <translation>Instalar</translation>
     </message>
     <message>
-        <location line="-105"/>
+        <location line="-96"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -702,16 +706,6 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
         <location line="+2"/>
         <source>%1 GB</source>
         <translation>%1 GB</translation>
-    </message>
-    <message>
-        <location line="+8"/>
-        <source>%1 MB/s</source>
-        <translation>%1 MB/s</translation>
-    </message>
-    <message>
-        <location line="+1"/>
-        <source>%1 KB/s</source>
-        <translation>%1 KB/s</translation>
     </message>
     <message>
         <location line="+84"/>
@@ -822,7 +816,7 @@ Se cerrarán de inmediato de forma forzada; es posible que se pierda el trabajo 
         <translation>Forzar el cierre</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-465"/>
+        <location filename="../../src/ui/main_window.cpp" line="-456"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Cancelar</translation>

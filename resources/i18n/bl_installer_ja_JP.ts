@@ -4,7 +4,7 @@
 <context>
     <name>ArchiveExtractor</name>
     <message>
-        <location filename="../../src/extract/archive_extractor.cpp" line="+122"/>
+        <location filename="../../src/extract/archive_extractor.cpp" line="+134"/>
         <source>Unable to open the downloaded ZIP package.</source>
         <translation>ダウンロードした ZIP パッケージを開けません。</translation>
     </message>
@@ -89,7 +89,7 @@
         <translation>完全なパッケージをダウンロード</translation>
     </message>
     <message>
-        <location line="+5"/>
+        <location line="+4"/>
         <source>The full package link is unavailable.</source>
         <translation>完全なパッケージのリンクは利用できません。</translation>
     </message>
@@ -99,7 +99,7 @@
         <translation>お困りの場合のお問い合わせ先:</translation>
     </message>
     <message>
-        <location line="+7"/>
+        <location line="+10"/>
         <source>Cancel</source>
         <translation>キャンセル</translation>
     </message>
@@ -112,34 +112,39 @@
 <context>
     <name>DownloadManager</name>
     <message>
-        <location filename="../../src/download/download_manager.cpp" line="+170"/>
+        <location filename="../../src/download/download_manager.cpp" line="+271"/>
         <source>Unable to download the version manifest: %1</source>
         <translation>バージョン情報をダウンロードできません: %1</translation>
     </message>
     <message>
         <location line="+9"/>
-        <location line="+300"/>
+        <location line="+286"/>
         <location line="+19"/>
         <source>No download progress was made for 20 seconds.</source>
         <translation>20 秒間ダウンロードが進みませんでした。</translation>
     </message>
     <message>
-        <location line="-307"/>
+        <location line="-345"/>
         <source>The version manifest is invalid: %1</source>
         <translation>バージョン情報が無効です: %1</translation>
     </message>
     <message>
-        <location line="+26"/>
+        <location line="-9"/>
+        <source>The version manifest does not carry a valid signature of the publisher.</source>
+        <translation>バージョン情報に発行元の有効な署名がありません。</translation>
+    </message>
+    <message>
+        <location line="+65"/>
         <source>Unable to create the download directory.</source>
         <translation>ダウンロード用フォルダーを作成できません。</translation>
     </message>
     <message>
-        <location line="+107"/>
+        <location line="+109"/>
         <source>Unable to write a download chunk.</source>
         <translation>ダウンロードの一部を書き込めません。</translation>
     </message>
     <message>
-        <location line="+76"/>
+        <location line="+63"/>
         <source>The download server does not support ranged requests.</source>
         <translation>ダウンロード サーバーが範囲指定の要求に対応していません。</translation>
     </message>
@@ -154,35 +159,32 @@
         <translation>ダウンロードの一部のサイズが想定と異なります。</translation>
     </message>
     <message>
-        <location line="+167"/>
-        <location filename="../../src/download/package_assembly.cpp" line="+65"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+19"/>
         <source>The combined package failed verification.</source>
         <translation>結合したパッケージの検証に失敗しました。</translation>
     </message>
     <message>
-        <location filename="../../src/download/package_assembly.cpp" line="-36"/>
+        <location line="-4"/>
         <source>Unable to create the combined package.</source>
         <translation>結合したパッケージを作成できません。</translation>
     </message>
     <message>
-        <location line="+8"/>
+        <location line="+1"/>
         <source>Unable to read a downloaded chunk.</source>
         <translation>ダウンロードした一部を読み取れません。</translation>
     </message>
     <message>
-        <location line="+6"/>
-        <location line="+10"/>
+        <location line="+1"/>
         <source>Unable to combine the downloaded chunks.</source>
         <translation>ダウンロードした各部分を結合できません。</translation>
     </message>
     <message>
-        <location line="-6"/>
-        <location line="+14"/>
+        <location line="+1"/>
         <source>Unable to write the combined package.</source>
         <translation>結合したパッケージを書き込めません。</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+2"/>
         <source>Unable to finalize the downloaded package.</source>
         <translation>ダウンロードしたパッケージを完成できません。</translation>
     </message>
@@ -190,7 +192,7 @@
 <context>
     <name>InstallationFlow</name>
     <message>
-        <location filename="../../src/ui/installation_flow.cpp" line="+135"/>
+        <location filename="../../src/ui/installation_flow.cpp" line="+141"/>
         <source>%1 MB/s</source>
         <translation>%1 MB/秒</translation>
     </message>
@@ -215,7 +217,7 @@
         <translation>インストール先にフォルダーのリンクを含めることはできません。</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+2"/>
         <source>Brisa-Linker cannot be installed in this system location.</source>
         <translation>Brisa-Linker はこのシステムの場所にはインストールできません。</translation>
     </message>
@@ -227,7 +229,7 @@
 %1</translation>
     </message>
     <message>
-        <location line="+20"/>
+        <location line="+19"/>
         <source>Brisa-Linker is already installed</source>
         <translation>Brisa-Linker は既にインストールされています</translation>
     </message>
@@ -249,12 +251,12 @@ Install it in the new location instead? The files in the old location are kept.<
     </message>
     <message>
         <location line="+0"/>
-        <location line="+174"/>
+        <location line="+176"/>
         <source>Cancel</source>
         <translation>キャンセル</translation>
     </message>
     <message>
-        <location line="-146"/>
+        <location line="-148"/>
         <source>Installation in progress</source>
         <translation>インストール中です</translation>
     </message>
@@ -299,7 +301,7 @@ Install it in the new location instead? The files in the old location are kept.<
         <translation>インストール中...</translation>
     </message>
     <message>
-        <location line="+44"/>
+        <location line="+46"/>
         <source>Brisa-Linker is running</source>
         <translation>Brisa-Linker が実行中です</translation>
     </message>
@@ -356,7 +358,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Brisa-Linker はインストールされましたが、起動できませんでした。デスクトップのショートカットから開いてください。</translation>
     </message>
     <message>
-        <location line="+82"/>
+        <location line="+98"/>
         <source>Install</source>
         <translation>インストール</translation>
     </message>
@@ -381,10 +383,12 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>システムの構成が始まっているため、この手順は安全に取り消せません。ウィンドウは閉じ、インストールはバックグラウンドで完了します。</translation>
     </message>
     <message>
+        <location line="-71"/>
         <source>Unable to open the link</source>
         <translation>リンクを開けません</translation>
     </message>
     <message>
+        <location line="+1"/>
         <source>The link could not be opened. Its address was copied to the clipboard:
 %1</source>
         <translation>リンクを開けませんでした。アドレスをクリップボードにコピーしました:
@@ -619,7 +623,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+128"/>
+        <location filename="../../src/ui/main_window.cpp" line="+123"/>
         <source>Minimize</source>
         <translation>最小化</translation>
     </message>
@@ -661,40 +665,40 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
     </message>
     <message>
         <location line="+3"/>
-        <location line="+173"/>
+        <location line="+164"/>
         <source>Install to %1</source>
         <translation>%1 にインストール</translation>
     </message>
     <message>
-        <location line="-168"/>
+        <location line="-159"/>
         <source>Browse folders</source>
         <translation>フォルダーを参照</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+220"/>
+        <location line="+211"/>
         <source>Required: --</source>
         <translation>必要な容量: --</translation>
     </message>
     <message>
-        <location line="-218"/>
-        <location line="+296"/>
+        <location line="-209"/>
+        <location line="+287"/>
         <source>Available: --</source>
         <translation>空き容量: --</translation>
     </message>
     <message>
-        <location line="-256"/>
+        <location line="-247"/>
         <source>Preparing download...</source>
         <translation>ダウンロードを準備しています...</translation>
     </message>
     <message>
         <location line="+23"/>
-        <location line="+130"/>
+        <location line="+121"/>
         <source>Install</source>
         <translation>インストール</translation>
     </message>
     <message>
-        <location line="-105"/>
+        <location line="-96"/>
         <source>%1 MB</source>
         <translation>%1 MB</translation>
     </message>
@@ -702,16 +706,6 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <location line="+2"/>
         <source>%1 GB</source>
         <translation>%1 GB</translation>
-    </message>
-    <message>
-        <location line="+8"/>
-        <source>%1 MB/s</source>
-        <translation>%1 MB/秒</translation>
-    </message>
-    <message>
-        <location line="+1"/>
-        <source>%1 KB/s</source>
-        <translation>%1 KB/秒</translation>
     </message>
     <message>
         <location line="+84"/>
@@ -822,7 +816,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>アプリケーションを強制終了</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-465"/>
+        <location filename="../../src/ui/main_window.cpp" line="-456"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>キャンセル</translation>

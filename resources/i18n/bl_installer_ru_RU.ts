@@ -4,7 +4,7 @@
 <context>
     <name>ArchiveExtractor</name>
     <message>
-        <location filename="../../src/extract/archive_extractor.cpp" line="+122"/>
+        <location filename="../../src/extract/archive_extractor.cpp" line="+134"/>
         <source>Unable to open the downloaded ZIP package.</source>
         <translation>Не удалось открыть загруженный ZIP-пакет.</translation>
     </message>
@@ -89,7 +89,7 @@
         <translation>Скачать полный пакет</translation>
     </message>
     <message>
-        <location line="+5"/>
+        <location line="+4"/>
         <source>The full package link is unavailable.</source>
         <translation>Ссылка на полный пакет недоступна.</translation>
     </message>
@@ -99,7 +99,7 @@
         <translation>Нужна помощь? Напишите нам:</translation>
     </message>
     <message>
-        <location line="+7"/>
+        <location line="+10"/>
         <source>Cancel</source>
         <translation>Отмена</translation>
     </message>
@@ -112,34 +112,39 @@
 <context>
     <name>DownloadManager</name>
     <message>
-        <location filename="../../src/download/download_manager.cpp" line="+170"/>
+        <location filename="../../src/download/download_manager.cpp" line="+271"/>
         <source>Unable to download the version manifest: %1</source>
         <translation>Не удалось загрузить описание версии: %1</translation>
     </message>
     <message>
         <location line="+9"/>
-        <location line="+300"/>
+        <location line="+286"/>
         <location line="+19"/>
         <source>No download progress was made for 20 seconds.</source>
         <translation>Загрузка не продвигалась 20 секунд.</translation>
     </message>
     <message>
-        <location line="-307"/>
+        <location line="-345"/>
         <source>The version manifest is invalid: %1</source>
         <translation>Описание версии недействительно: %1</translation>
     </message>
     <message>
-        <location line="+26"/>
+        <location line="-9"/>
+        <source>The version manifest does not carry a valid signature of the publisher.</source>
+        <translation>Описание версии не содержит действительной подписи издателя.</translation>
+    </message>
+    <message>
+        <location line="+65"/>
         <source>Unable to create the download directory.</source>
         <translation>Не удалось создать папку для загрузки.</translation>
     </message>
     <message>
-        <location line="+107"/>
+        <location line="+109"/>
         <source>Unable to write a download chunk.</source>
         <translation>Не удалось записать часть загрузки.</translation>
     </message>
     <message>
-        <location line="+76"/>
+        <location line="+63"/>
         <source>The download server does not support ranged requests.</source>
         <translation>Сервер загрузки не поддерживает запросы диапазонов.</translation>
     </message>
@@ -154,35 +159,32 @@
         <translation>Часть загрузки имеет неожиданный размер.</translation>
     </message>
     <message>
-        <location line="+167"/>
-        <location filename="../../src/download/package_assembly.cpp" line="+65"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+19"/>
         <source>The combined package failed verification.</source>
         <translation>Собранный пакет не прошёл проверку.</translation>
     </message>
     <message>
-        <location filename="../../src/download/package_assembly.cpp" line="-36"/>
+        <location line="-4"/>
         <source>Unable to create the combined package.</source>
         <translation>Не удалось создать собранный пакет.</translation>
     </message>
     <message>
-        <location line="+8"/>
+        <location line="+1"/>
         <source>Unable to read a downloaded chunk.</source>
         <translation>Не удалось прочитать загруженную часть.</translation>
     </message>
     <message>
-        <location line="+6"/>
-        <location line="+10"/>
+        <location line="+1"/>
         <source>Unable to combine the downloaded chunks.</source>
         <translation>Не удалось объединить загруженные части.</translation>
     </message>
     <message>
-        <location line="-6"/>
-        <location line="+14"/>
+        <location line="+1"/>
         <source>Unable to write the combined package.</source>
         <translation>Не удалось записать собранный пакет.</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+2"/>
         <source>Unable to finalize the downloaded package.</source>
         <translation>Не удалось завершить подготовку загруженного пакета.</translation>
     </message>
@@ -190,7 +192,7 @@
 <context>
     <name>InstallationFlow</name>
     <message>
-        <location filename="../../src/ui/installation_flow.cpp" line="+135"/>
+        <location filename="../../src/ui/installation_flow.cpp" line="+141"/>
         <source>%1 MB/s</source>
         <translation>%1 МБ/с</translation>
     </message>
@@ -215,7 +217,7 @@
         <translation>Путь установки не может содержать ссылки на папки.</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+2"/>
         <source>Brisa-Linker cannot be installed in this system location.</source>
         <translation>Brisa-Linker нельзя установить в эту системную папку.</translation>
     </message>
@@ -227,7 +229,7 @@
 %1</translation>
     </message>
     <message>
-        <location line="+20"/>
+        <location line="+19"/>
         <source>Brisa-Linker is already installed</source>
         <translation>Brisa-Linker уже установлен</translation>
     </message>
@@ -249,12 +251,12 @@ Install it in the new location instead? The files in the old location are kept.<
     </message>
     <message>
         <location line="+0"/>
-        <location line="+174"/>
+        <location line="+176"/>
         <source>Cancel</source>
         <translation>Отмена</translation>
     </message>
     <message>
-        <location line="-146"/>
+        <location line="-148"/>
         <source>Installation in progress</source>
         <translation>Идёт установка</translation>
     </message>
@@ -299,7 +301,7 @@ Install it in the new location instead? The files in the old location are kept.<
         <translation>Установка...</translation>
     </message>
     <message>
-        <location line="+44"/>
+        <location line="+46"/>
         <source>Brisa-Linker is running</source>
         <translation>Brisa-Linker запущен</translation>
     </message>
@@ -356,7 +358,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Brisa-Linker установлен, но запустить его не удалось. Откройте его с помощью ярлыка на рабочем столе.</translation>
     </message>
     <message>
-        <location line="+82"/>
+        <location line="+98"/>
         <source>Install</source>
         <translation>Установить</translation>
     </message>
@@ -381,10 +383,12 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Настройка системы уже началась, поэтому этот шаг нельзя безопасно отменить. Окно закроется, а установка завершится в фоновом режиме.</translation>
     </message>
     <message>
+        <location line="-71"/>
         <source>Unable to open the link</source>
         <translation>Не удалось открыть ссылку</translation>
     </message>
     <message>
+        <location line="+1"/>
         <source>The link could not be opened. Its address was copied to the clipboard:
 %1</source>
         <translation>Не удалось открыть ссылку. Её адрес скопирован в буфер обмена:
@@ -619,7 +623,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
 <context>
     <name>MainWindow</name>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="+128"/>
+        <location filename="../../src/ui/main_window.cpp" line="+123"/>
         <source>Minimize</source>
         <translation>Свернуть</translation>
     </message>
@@ -661,40 +665,40 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
     </message>
     <message>
         <location line="+3"/>
-        <location line="+173"/>
+        <location line="+164"/>
         <source>Install to %1</source>
         <translation>Установить в %1</translation>
     </message>
     <message>
-        <location line="-168"/>
+        <location line="-159"/>
         <source>Browse folders</source>
         <translation>Обзор папок</translation>
     </message>
     <message>
         <location line="+11"/>
-        <location line="+220"/>
+        <location line="+211"/>
         <source>Required: --</source>
         <translation>Требуется: --</translation>
     </message>
     <message>
-        <location line="-218"/>
-        <location line="+296"/>
+        <location line="-209"/>
+        <location line="+287"/>
         <source>Available: --</source>
         <translation>Доступно: --</translation>
     </message>
     <message>
-        <location line="-256"/>
+        <location line="-247"/>
         <source>Preparing download...</source>
         <translation>Подготовка загрузки...</translation>
     </message>
     <message>
         <location line="+23"/>
-        <location line="+130"/>
+        <location line="+121"/>
         <source>Install</source>
         <translation>Установить</translation>
     </message>
     <message>
-        <location line="-105"/>
+        <location line="-96"/>
         <source>%1 MB</source>
         <translation>%1 МБ</translation>
     </message>
@@ -702,16 +706,6 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <location line="+2"/>
         <source>%1 GB</source>
         <translation>%1 ГБ</translation>
-    </message>
-    <message>
-        <location line="+8"/>
-        <source>%1 MB/s</source>
-        <translation>%1 МБ/с</translation>
-    </message>
-    <message>
-        <location line="+1"/>
-        <source>%1 KB/s</source>
-        <translation>%1 КБ/с</translation>
     </message>
     <message>
         <location line="+84"/>
@@ -822,7 +816,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Закрыть приложения</translation>
     </message>
     <message>
-        <location filename="../../src/ui/main_window.cpp" line="-465"/>
+        <location filename="../../src/ui/main_window.cpp" line="-456"/>
         <location filename="translation_texts.cpp" line="+1"/>
         <source>Cancel</source>
         <translation>Отмена</translation>

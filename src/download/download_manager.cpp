@@ -1,5 +1,6 @@
 #include "download/download_manager.h"
 #include "download/download_cache.h"
+#include "download/manifest_signature.h"
 
 #include "app/app_paths.h"
 #include "app/installer_logger.h"
@@ -15,6 +16,7 @@
 #include <QUrlQuery>
 
 #include <algorithm>
+#include <memory>
 
 namespace {
 
@@ -32,6 +34,7 @@ bool acceptsContentRange(const DownloadManager::ChunkState &chunk, const QByteAr
 }
 
 constexpr int prefetchAttempts = 5;
+constexpr qint64 signatureReadLimit = 65536;
 constexpr int writeAttempts = 5;
 constexpr qint64 readBufferBytes = 1048576;
 // What each reply may hold before Qt stops reading its socket, so that six fast transfers cannot
@@ -130,6 +133,19 @@ void DownloadManager::cancel()
     resetAssembly();
 }
 
+QNetworkRequest DownloadManager::manifestRequest(const QUrl &url) const
+{
+    QNetworkRequest request(url);
+    request.setSslConfiguration(m_ssl);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setRawHeader("Cache-Control", "no-cache, no-store, max-age=0");
+    request.setRawHeader("Pragma", "no-cache");
+    request.setTransferTimeout(m_timing.transferTimeoutMs);
+    if (m_disableHttp2)
+        request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    return request;
+}
+
 void DownloadManager::fetchManifest()
 {
     if (m_cancelled)
@@ -139,16 +155,13 @@ void DownloadManager::fetchManifest()
     query.removeAllQueryItems(QStringLiteral("t"));
     query.addQueryItem(QStringLiteral("t"), QString::number(QDateTime::currentMSecsSinceEpoch()));
     url.setQuery(query);
+    // The signature lies beside the manifest and travels with it, past every cache alike, so
+    // that both always come from the same release.
+    QUrl signatureUrl = url;
+    signatureUrl.setPath(url.path() + QStringLiteral(".sig"));
 
-    QNetworkRequest request(url);
-    request.setSslConfiguration(m_ssl);
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
-    request.setRawHeader("Cache-Control", "no-cache, no-store, max-age=0");
-    request.setRawHeader("Pragma", "no-cache");
+    QNetworkRequest request = manifestRequest(url);
     request.setRawHeader("Accept", "application/json");
-    request.setTransferTimeout(m_timing.transferTimeoutMs);
-    if (m_disableHttp2)
-        request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     if (m_resetConnections) {
         m_network->clearConnectionCache();
         m_resetConnections = false;
@@ -156,6 +169,7 @@ void DownloadManager::fetchManifest()
     ++m_manifestAttempts;
     m_manifestClock.start();
     QNetworkReply *reply = m_network->get(request);
+    QNetworkReply *signatureReply = m_network->get(manifestRequest(signatureUrl));
     const quint64 generation = m_generation;
     connect(reply, &QNetworkReply::downloadProgress, this, [this, generation](qint64 received, qint64) {
         if (m_prefetchOnly || generation != m_generation || received <= m_manifestBytesSeen)
@@ -163,41 +177,58 @@ void DownloadManager::fetchManifest()
         m_manifestBytesSeen = received;
         m_progressClock.start();
     });
-    connect(reply, &QNetworkReply::finished, this, [this, reply, generation] { manifestFinished(reply, generation); });
+    struct Pair
+    {
+        int unfinished = 2;
+        bool signatureOversized = false;
+    };
+    const auto pair = std::make_shared<Pair>();
+    // A hostile server must not make the installer hold more than a few signatures' worth.
+    connect(signatureReply, &QNetworkReply::downloadProgress, this, [signatureReply, pair](qint64 received, qint64) {
+        if (received > signatureReadLimit && !pair->signatureOversized) {
+            pair->signatureOversized = true;
+            signatureReply->abort();
+        }
+    });
+    const auto oneFinished = [this, reply, signatureReply, pair, generation] {
+        if (--pair->unfinished == 0)
+            manifestFinished(reply, signatureReply, pair->signatureOversized, generation);
+    };
+    connect(reply, &QNetworkReply::finished, this, oneFinished);
+    connect(signatureReply, &QNetworkReply::finished, this, oneFinished);
 }
 
-void DownloadManager::manifestFinished(QNetworkReply *reply, quint64 generation)
+void DownloadManager::manifestFinished(QNetworkReply *reply, QNetworkReply *signatureReply, bool signatureOversized,
+                                       quint64 generation)
 {
     reply->deleteLater();
+    signatureReply->deleteLater();
     if (generation != m_generation)
         return;
     const QByteArray body = reply->readAll();
     if (m_cancelled)
         return;
     if (reply->error() != QNetworkReply::NoError) {
-        const QString errorText = reply->errorString();
-        if (m_prefetchOnly) {
-            if (m_manifestAttempts < prefetchAttempts)
-                fetchManifest();
-            else
-                InstallerLogger::write(QStringLiteral("Manifest metadata prefetch failed: %1").arg(errorText));
-            return;
-        }
-        m_resetConnections = m_disableHttp2 = true;
-        if (m_progressClock.elapsed() >= m_timing.stallMs) {
-            failCurrent(tr("Unable to download the version manifest: %1").arg(errorText));
-            return;
-        }
-        InstallerLogger::write(QStringLiteral("Retrying manifest request after network error: %1").arg(errorText));
-        const qint64 delay = std::max<qint64>(0, m_timing.retryDelayMs - m_manifestClock.elapsed());
-        QTimer::singleShot(delay, this, [this, generation] {
-            if (generation != m_generation || m_cancelled || m_failed)
-                return;
-            if (stalled())
-                failCurrent(tr("No download progress was made for 20 seconds."));
-            else
-                fetchManifest();
-        });
+        retryManifestOrFail(reply->errorString(), generation);
+        return;
+    }
+    // A signature the server does not have is no network fault: waiting will not bring it.
+    const QNetworkReply::NetworkError signatureError = signatureOversized ? QNetworkReply::NoError : signatureReply->error();
+    if (signatureError != QNetworkReply::NoError && signatureError != QNetworkReply::ContentNotFoundError) {
+        retryManifestOrFail(signatureReply->errorString(), generation);
+        return;
+    }
+    // Nothing of the manifest is read before the publisher's signature over its exact bytes holds.
+    QString failedCheck = QStringLiteral("missing");
+    if (signatureError == QNetworkReply::NoError) {
+        const ManifestSignature::Check check = signatureOversized ? ManifestSignature::Check::Oversized
+                                                                  : ManifestSignature::verify(body, signatureReply->readAll());
+        failedCheck = check == ManifestSignature::Check::Valid ? QString() : ManifestSignature::checkName(check);
+    }
+    if (!failedCheck.isEmpty()) {
+        InstallerLogger::write(QStringLiteral("Manifest signature check failed: %1").arg(failedCheck));
+        if (!m_prefetchOnly)
+            failCurrent(tr("The version manifest does not carry a valid signature of the publisher."));
         return;
     }
     VersionManifest parsed;
@@ -224,6 +255,32 @@ void DownloadManager::manifestFinished(QNetworkReply *reply, quint64 generation)
         return;
     }
     prepareChunks();
+}
+
+void DownloadManager::retryManifestOrFail(const QString &errorText, quint64 generation)
+{
+    if (m_prefetchOnly) {
+        if (m_manifestAttempts < prefetchAttempts)
+            fetchManifest();
+        else
+            InstallerLogger::write(QStringLiteral("Manifest metadata prefetch failed: %1").arg(errorText));
+        return;
+    }
+    m_resetConnections = m_disableHttp2 = true;
+    if (m_progressClock.elapsed() >= m_timing.stallMs) {
+        failCurrent(tr("Unable to download the version manifest: %1").arg(errorText));
+        return;
+    }
+    InstallerLogger::write(QStringLiteral("Retrying manifest request after network error: %1").arg(errorText));
+    const qint64 delay = std::max<qint64>(0, m_timing.retryDelayMs - m_manifestClock.elapsed());
+    QTimer::singleShot(delay, this, [this, generation] {
+        if (generation != m_generation || m_cancelled || m_failed)
+            return;
+        if (stalled())
+            failCurrent(tr("No download progress was made for 20 seconds."));
+        else
+            fetchManifest();
+    });
 }
 
 void DownloadManager::prepareChunks()

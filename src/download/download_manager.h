@@ -92,7 +92,9 @@ signals:
 
 private:
     void fetchManifest();
-    void manifestFinished(QNetworkReply *reply, quint64 generation);
+    QNetworkRequest manifestRequest(const QUrl &url) const;
+    void manifestFinished(QNetworkReply *reply, QNetworkReply *signatureReply, bool signatureOversized, quint64 generation);
+    void retryManifestOrFail(const QString &errorText, quint64 generation);
     void prepareChunks();
     void startPendingChunks();
     void startChunk(int index);

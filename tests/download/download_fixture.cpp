@@ -1,10 +1,44 @@
 #include "download_fixture.h"
+#include "support/test_signing.h"
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QSslConfiguration>
 #include <QTest>
+
+Nginx::Nginx()
+    : m_dir(qEnvironmentVariable("BRISA_TEST_NGINX_DIR"))
+{
+    m_port = quint16(readFile(m_dir + QStringLiteral("/port")).trimmed().toUInt());
+    m_logOffset = QFileInfo(m_dir + QStringLiteral("/logs/access.log")).size();
+}
+
+QString Nginx::url(const QString &path) const
+{
+    return QStringLiteral("https://127.0.0.1:%1%2").arg(m_port).arg(path);
+}
+
+QList<QByteArray> Nginx::takeRanges(const QString &path)
+{
+    QFile log(m_dir + QStringLiteral("/logs/access.log"));
+    QList<QByteArray> ranges;
+    if (!log.open(QIODevice::ReadOnly) || !log.seek(m_logOffset))
+        return ranges;
+    const QList<QByteArray> lines = log.readAll().split('\n');
+    m_logOffset = log.pos();
+    for (const QByteArray &line : lines) {
+        const QList<QByteArray> fields = line.trimmed().split(' ');
+        if (fields.size() == 2 && fields.at(0) == path.toUtf8())
+            ranges << fields.at(1);
+    }
+    return ranges;
+}
 
 QByteArray randomBytes(qint64 size, quint32 seed)
 {
@@ -16,25 +50,20 @@ QByteArray randomBytes(qint64 size, quint32 seed)
     return bytes;
 }
 
-ServedRelease serveRelease(TestHttpsServer &server, qint64 size, const QString &version, quint32 seed)
+QByteArray serveRelease(TestHttpsServer &server, qint64 size)
 {
-    ServedRelease release;
-    release.package = randomBytes(size, seed);
-    release.sha256 = QCryptographicHash::hash(release.package, QCryptographicHash::Sha256).toHex();
-    server.setFile(QStringLiteral("/pkg/package.zip"), release.package);
-    release.manifest = QJsonObject{
-        {"schemaVersion", 1},
-        {"version", version},
-        {"releaseId", "r" + version},
-        {"package", QJsonObject{{"url", server.url(QStringLiteral("/pkg/package.zip"))},
-                                {"fileName", "package.zip"},
-                                {"size", double(size)},
-                                {"uncompressedSize", double(size * 2)},
-                                {"sha256", QString::fromLatin1(release.sha256)}}},
+    const QByteArray package = randomBytes(size, 7);
+    server.setFile(QStringLiteral("/pkg/package.zip"), package);
+    const QByteArray manifest = manifestBytes(QJsonObject{
+        {"schemaVersion", 1}, {"version", "1.2.3"}, {"releaseId", "r1.2.3"},
+        {"package", QJsonObject{{"url", server.url(QStringLiteral("/pkg/package.zip"))}, {"fileName", "package.zip"},
+                                {"size", double(size)}, {"uncompressedSize", double(size * 2)},
+                                {"sha256", QString::fromLatin1(QCryptographicHash::hash(package, QCryptographicHash::Sha256).toHex())}}},
         {"fullPackage", QJsonObject{{"url", server.url(QStringLiteral("/pkg/full.zip"))}, {"fileName", "full.zip"}}},
-    };
-    server.setFile(QStringLiteral("/manifest.json"), manifestBytes(release.manifest));
-    return release;
+    });
+    server.setFile(QStringLiteral("/manifest.json"), manifest);
+    server.setFile(QStringLiteral("/manifest.json.sig"), TestSigning::signatureFile(manifest));
+    return package;
 }
 
 QByteArray manifestBytes(const QJsonObject &manifest)
@@ -42,31 +71,49 @@ QByteArray manifestBytes(const QJsonObject &manifest)
     return QJsonDocument(manifest).toJson(QJsonDocument::Compact);
 }
 
+bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
+}
+
+QByteArray signedMaterial(const QString &name)
+{
+    return readFile(qEnvironmentVariable("BRISA_TEST_SIGNATURE_DIR") + QLatin1Char('/') + name);
+}
+
+void useServer(DownloadManager &manager, const TestHttpsServer &server)
+{
+    QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
+    ssl.addCaCertificates(server.caCertificates());
+    manager.setSslConfiguration(ssl);
+}
+
 DownloadOutcome runDownload(DownloadManager &manager, const QUrl &manifestUrl, const QString &cacheRoot, int timeoutMs)
 {
-    DownloadOutcome outcome;
-    QMetaObject::Connection connections[3];
-    connections[0] = QObject::connect(&manager, &DownloadManager::completed, [&](const QString &zip, const QUrl &, const QString &version) {
-        outcome.finished = outcome.completed = true;
-        outcome.zipPath = zip;
-        outcome.version = version;
-    });
-    connections[1] = QObject::connect(&manager, &DownloadManager::failed, [&](const QString &message, const QUrl &) {
-        outcome.finished = true;
-        outcome.message = message;
-    });
-    connections[2] = QObject::connect(&manager, &DownloadManager::progressChanged, [&](qint64 received, qint64 total) {
-        if (received < outcome.lastReceived && total == outcome.lastTotal)
-            outcome.progressWentBack = true;
-        outcome.lastReceived = received;
-        outcome.lastTotal = total;
-    });
+    QSignalSpy completed(&manager, &DownloadManager::completed);
+    QSignalSpy failed(&manager, &DownloadManager::failed);
+    QSignalSpy progress(&manager, &DownloadManager::progressChanged);
     manager.start(manifestUrl, cacheRoot);
-    QDeadlineTimer deadline(timeoutMs);
-    while (!outcome.finished && !deadline.hasExpired())
+    const QDeadlineTimer deadline(timeoutMs);
+    while (completed.isEmpty() && failed.isEmpty() && !deadline.hasExpired())
         QTest::qWait(10);
-    for (const auto &connection : connections)
-        QObject::disconnect(connection);
+    DownloadOutcome outcome;
+    outcome.completed = !completed.isEmpty();
+    outcome.finished = outcome.completed || !failed.isEmpty();
+    outcome.zipPath = outcome.completed ? completed.first().first().toString() : QString();
+    outcome.message = failed.isEmpty() ? QString() : failed.first().first().toString();
+    for (const QList<QVariant> &report : progress) {
+        outcome.progressWentBack = outcome.progressWentBack || report.first().toLongLong() < outcome.lastReceived;
+        outcome.lastReceived = report.first().toLongLong();
+    }
     return outcome;
 }
 

@@ -5,15 +5,8 @@
 
 #include <QByteArray>
 #include <QJsonObject>
+#include <QList>
 #include <QString>
-
-// A served release: a random package and the manifest that names it.
-struct ServedRelease
-{
-    QByteArray package;
-    QByteArray sha256;
-    QJsonObject manifest;
-};
 
 // What one download run ended with.
 struct DownloadOutcome
@@ -22,16 +15,39 @@ struct DownloadOutcome
     bool completed = false;
     QString zipPath;
     QString message;
-    QString version;
     qint64 lastReceived = -1;
-    qint64 lastTotal = -1;
     bool progressWentBack = false;
 };
 
-ServedRelease serveRelease(TestHttpsServer &server, qint64 size, const QString &version = QStringLiteral("1.2.3"),
-                           quint32 seed = 7);
+// The nginx the test harness started (tests/support/test-nginx.sh): it serves a directory over
+// HTTPS with the test certificates and logs the Range header of every request.
+class Nginx
+{
+public:
+    Nginx();
+    bool isRunning() const { return m_port != 0; }
+    QString root() const { return m_dir + QStringLiteral("/www"); }
+    QString url(const QString &path) const;
+    // "bytes=a-b" (or "-") of every request for `path` since the last call.
+    QList<QByteArray> takeRanges(const QString &path);
+
+private:
+    QString m_dir;
+    quint16 m_port = 0;
+    qint64 m_logOffset = 0;
+};
+
+// Serves a package of random bytes (always the same for a size) and its signed manifest, version
+// 1.2.3, under "/manifest.json"; returns the package.
+QByteArray serveRelease(TestHttpsServer &server, qint64 size);
 QByteArray manifestBytes(const QJsonObject &manifest);
 QByteArray randomBytes(qint64 size, quint32 seed);
+bool writeFile(const QString &path, const QByteArray &bytes);
+QByteArray readFile(const QString &path);
+// Made before the test by make-test-signatures.sh.
+QByteArray signedMaterial(const QString &name);
+// Trusts the test CA, which signed both the local server's and nginx's certificates.
+void useServer(DownloadManager &manager, const TestHttpsServer &server);
 // Runs one download to its end (or `timeoutMs`).
 DownloadOutcome runDownload(DownloadManager &manager, const QUrl &manifestUrl, const QString &cacheRoot,
                             int timeoutMs = 60000);

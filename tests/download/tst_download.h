@@ -16,15 +16,16 @@ private slots:
     // tst_download.cpp: the manifest and the network.
     void manifest_data();
     void manifest();
-    void invalidManifestFailsTheRun_data();
-    void invalidManifestFailsTheRun();
     void serverFaults_data();
     void serverFaults();
-    void shortRangeKeepsItsBytes();
     void stallRule_data();
     void stallRule();
     void prefetch_data();
     void prefetch();
+
+    // tst_manifest_signature.cpp: the publisher's signature, checked before the manifest is read.
+    void servedManifest_data();
+    void servedManifest();
 
     // tst_download_cache.cpp: the cache, resume and restarts.
     void cacheDirectory_data();
@@ -33,19 +34,9 @@ private slots:
     void cachedState();
     void cancelDuringCacheVerification_data();
     void cancelDuringCacheVerification();
-    void legacyMigration_data();
-    void legacyMigration();
     void killedAndRestarted_data();
     void killedAndRestarted();
     void cacheNeverFollowsALink();
-
-    // tst_manifest_signature.cpp: the publisher's signature over the manifest.
-    void manifestSignature_data();
-    void manifestSignature();
-
-    // tst_download_nginx.cpp: a real web server.
-    void realServer_data();
-    void realServer();
 
 private:
     QString cacheRoot() const { return m_cache->path(); }

@@ -6,6 +6,7 @@
 #include "ui/installation_flow.h"
 #include "ui/main_window.h"
 #include "support/test_https_server.h"
+#include "support/test_signing.h"
 
 #include <QAbstractButton>
 #include <QCheckBox>
@@ -646,8 +647,10 @@ void FlowTest::downloadFailuresShowTheDialog()
     QByteArray manifest = manifestFor(package, QUrl(m_server.url(base + QStringLiteral("/package.zip"))), 4096);
     if (fault == QLatin1String("manifest"))
         manifest = "{\"schemaVersion\": 2}";
-    if (fault != QLatin1String("missing"))
+    if (fault != QLatin1String("missing")) {
         m_server.setFile(base + QStringLiteral("/manifest.json"), manifest);
+        m_server.setFile(base + QStringLiteral("/manifest.json.sig"), TestSigning::signatureFile(manifest));
+    }
     QByteArray onServer = package;
     if (fault == QLatin1String("digest"))
         onServer[onServer.size() / 2] = char(onServer.at(onServer.size() / 2) ^ 0x5a);
@@ -679,8 +682,9 @@ void FlowTest::closeDuringDownloadKeepsTheCacheForTheNextRun()
     for (const auto &file : files)
         uncompressed += file.second.size();
     const QString base = QStringLiteral("/resume");
-    m_server.setFile(base + QStringLiteral("/manifest.json"),
-                     manifestFor(package, QUrl(m_server.url(base + QStringLiteral("/package.zip"))), uncompressed));
+    const QByteArray manifest = manifestFor(package, QUrl(m_server.url(base + QStringLiteral("/package.zip"))), uncompressed);
+    m_server.setFile(base + QStringLiteral("/manifest.json"), manifest);
+    m_server.setFile(base + QStringLiteral("/manifest.json.sig"), TestSigning::signatureFile(manifest));
     m_server.setFile(base + QStringLiteral("/package.zip"), package);
     m_server.clearFaults();
     m_server.addFault(base + QStringLiteral("/package.zip"), TestHttpsServer::Fault::StallMidBody, 1);
