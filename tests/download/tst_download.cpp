@@ -6,7 +6,6 @@
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -129,104 +128,6 @@ void TestDownload::manifest()
     QString noOutput;
     QVERIFY(!VersionManifest::fromJson(json, nullptr, &noOutput));
     QCOMPARE(noOutput, QStringLiteral("Missing manifest output."));
-}
-
-void TestDownload::serverFaults_data()
-{
-    using Fault = TestHttpsServer::Fault;
-    QTest::addColumn<qint64>("size");
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<Fault>("fault");
-    QTest::addColumn<int>("count");
-    QTest::addColumn<QString>("failure"); // a pattern; empty: the download completes
-    QTest::addColumn<QList<QByteArray>>("ranges"); // every range asked for, in any order; empty: not checked
-
-    const qint64 chunk = DownloadManager::chunkSize;
-    const qint64 three = 2 * chunk + 12345;
-    const QString pkg = "/pkg/package.zip";
-    // Each range once in full, then again from where the short answer (two thirds of it) ended.
-    QList<QByteArray> resumed;
-    for (qint64 start = 0; start < three; start += chunk) {
-        const qint64 end = std::min(start + chunk, three) - 1;
-        const qint64 kept = end - start + 1 - std::max<qint64>(1, (end - start + 1) / 3);
-        resumed << "bytes=" + QByteArray::number(start) + '-' + QByteArray::number(end)
-                << "bytes=" + QByteArray::number(start + kept) + '-' + QByteArray::number(end);
-    }
-    const QString refused = "^The download server does not support ranged requests\\.$";
-    const QString stalled = "^(No download progress was made for 20 seconds\\.|%1)$";
-    QTest::newRow("a clean server delivers a verified package") << three << pkg << Fault::None << 0 << QString() << QList<QByteArray>();
-    QTest::newRow("a one-byte package is one chunk") << qint64(1) << pkg << Fault::None << 0 << QString() << QList<QByteArray>{"bytes=0-0"};
-    QTest::newRow("an exact multiple of the chunk size has no empty chunk") << 2 * chunk << pkg << Fault::None << 0 << QString()
-        << QList<QByteArray>{"bytes=0-8388607", "bytes=8388608-16777215"};
-    QTest::newRow("connections reset mid-body are resumed") << three << pkg << Fault::ResetMidBody << 3 << QString() << QList<QByteArray>();
-    QTest::newRow("a body that stalls is abandoned and resumed") << three << pkg << Fault::StallMidBody << 2 << QString() << QList<QByteArray>();
-    QTest::newRow("connections dropped before an answer are retried") << three << pkg << Fault::DropBeforeAnswer << 3 << QString() << QList<QByteArray>();
-    QTest::newRow("a short body is kept and resumed where it ends") << three << pkg << Fault::ShortBody << 3 << QString() << resumed;
-    QTest::newRow("bytes of a wrong range are never written") << three << pkg << Fault::WrongContentRange << 2 << QString() << QList<QByteArray>();
-    QTest::newRow("a slow trickle still completes") << qint64(40000) << pkg << Fault::Trickle << 1 << QString() << QList<QByteArray>();
-    QTest::newRow("a manifest that is briefly missing is fetched again") << three << "/manifest.json" << Fault::NotFound << 2 << QString() << QList<QByteArray>();
-    QTest::newRow("a signature that is briefly unreachable is fetched again") << three << "/manifest.json.sig" << Fault::DropBeforeAnswer << 2 << QString() << QList<QByteArray>();
-    QTest::newRow("200 with the whole body to a range fails at once") << three << pkg << Fault::WholeBodyFor200 << 1 << refused << QList<QByteArray>();
-    QTest::newRow("a 500 to a range fails at once") << three << pkg << Fault::Status500 << 1 << refused << QList<QByteArray>();
-    QTest::newRow("a 503 to a range fails at once") << three << pkg << Fault::Status503 << 1 << refused << QList<QByteArray>();
-    QTest::newRow("corrupted bytes fail verification") << three << pkg << Fault::CorruptBytes << 1
-        << "^The combined package failed verification\\.$" << QList<QByteArray>();
-    // The network's own error is named; "Operation canceled" would be the installer's abort talking.
-    QTest::newRow("a manifest that stays missing ends the run by the stall rule") << three << "/manifest.json" << Fault::NotFound << 1000
-        << stalled.arg("Unable to download the version manifest: (?!Operation canceled).+") << QList<QByteArray>();
-    QTest::newRow("a chunk that keeps failing ends the run by the stall rule") << three << pkg << Fault::DropBeforeAnswer << 1000
-        << stalled.arg("A download chunk failed: (?!Operation canceled).+") << QList<QByteArray>();
-    QTest::newRow("a chunk that keeps coming short ends the run by the stall rule") << qint64(3000) << pkg << Fault::ShortBody << 1000
-        << stalled.arg("A download chunk has an unexpected size\\.") << QList<QByteArray>();
-}
-
-void TestDownload::serverFaults()
-{
-    QFETCH(qint64, size);
-    QFETCH(QString, path);
-    QFETCH(TestHttpsServer::Fault, fault);
-    QFETCH(int, count);
-    QFETCH(QString, failure);
-    QFETCH(QList<QByteArray>, ranges);
-    const QByteArray package = serveRelease(m_server, size);
-    m_server.addFault(path, fault, count);
-    DownloadManager manager;
-    manager.setTiming(fastTiming());
-    useServer(manager, m_server);
-    QElapsedTimer clock;
-    clock.start();
-    const DownloadOutcome outcome = runDownload(manager, m_server.url("/manifest.json"), cacheRoot());
-    QVERIFY(outcome.finished);
-    QVERIFY(!outcome.progressWentBack);
-    if (!ranges.isEmpty()) {
-        QList<QByteArray> asked = m_server.ranges("/pkg/package.zip");
-        std::sort(asked.begin(), asked.end());
-        std::sort(ranges.begin(), ranges.end());
-        QCOMPARE(asked, ranges);
-    }
-    const QDir cacheDir(cacheRoot() + "/version-1.2.3");
-    if (failure.isEmpty()) {
-        QVERIFY2(outcome.completed, qPrintable(outcome.message));
-        QCOMPARE(outcome.zipPath, cacheDir.filePath("package.zip"));
-        QVERIFY(readFile(outcome.zipPath) == package);
-        QCOMPARE(outcome.lastReceived, size);
-        QVERIFY(!QFile::exists(outcome.zipPath + ".assembling"));
-        return;
-    }
-    QVERIFY(!outcome.completed);
-    QVERIFY2(QRegularExpression(failure).match(outcome.message).hasMatch(), qPrintable(outcome.message));
-    if (outcome.message.startsWith("The download server does not support"))
-        QVERIFY2(clock.elapsed() < fastTiming().stallMs, "a refused range is not waited out");
-    QVERIFY(!cacheDir.exists("package.zip"));
-    // Every chunk file stays for the next run, holding only bytes of its own range (a package
-    // that does not add up is fetched again by the next run).
-    const QStringList chunks = cacheDir.entryList({"chunk-*.bin"}, QDir::Files);
-    QCOMPARE(chunks.size(), path == "/manifest.json" ? 0 : int((size + DownloadManager::chunkSize - 1) / DownloadManager::chunkSize));
-    for (const QString &name : chunks) {
-        const QByteArray bytes = readFile(cacheDir.filePath(name));
-        const QByteArray range = package.mid(name.mid(6, 4).toInt() * DownloadManager::chunkSize);
-        QVERIFY2(fault == TestHttpsServer::Fault::CorruptBytes || range.startsWith(bytes), qPrintable(name));
-    }
 }
 
 void TestDownload::stallRule_data()

@@ -16,8 +16,6 @@ private slots:
     // tst_download.cpp: the manifest and the network.
     void manifest_data();
     void manifest();
-    void serverFaults_data();
-    void serverFaults();
     void stallRule_data();
     void stallRule();
     void prefetch_data();
@@ -27,11 +25,11 @@ private slots:
     void servedManifest_data();
     void servedManifest();
 
-    // tst_download_cache.cpp: the cache, resume and restarts.
+    // tst_download_cache.cpp: download runs against server faults and cached files, restarts.
     void cacheDirectory_data();
     void cacheDirectory();
-    void cachedState_data();
-    void cachedState();
+    void download_data();
+    void download();
     void cancelDuringCacheVerification_data();
     void cancelDuringCacheVerification();
     void killedAndRestarted_data();

@@ -9,6 +9,8 @@
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QSignalSpy>
@@ -41,6 +43,8 @@ QList<QByteArray> sorted(QList<QByteArray> list)
 }
 
 using Files = QMap<QString, QByteArray>;
+using Fault = TestHttpsServer::Fault;
+const QString pkg = QStringLiteral("/pkg/package.zip");
 
 Files with(Files files, const QString &name, const QByteArray &bytes)
 {
@@ -72,56 +76,102 @@ void TestDownload::cacheDirectory()
     QCOMPARE(DownloadCache::directoryFor("/cache", manifest), "/cache/" + directory);
 }
 
-// Each row leaves files in the installer's temporary root (paths relative to it; "->x" makes a
-// link to x) and lists the ranges the run must ask for and what the root holds after it ("" for
-// nothing, "->" for a link).
-void TestDownload::cachedState_data()
+// One download run per row: the files left in the installer's temporary root before it (paths
+// relative to the root; "->x" makes a link to x), the server's misbehaviour, then how the run ends,
+// the ranges it asked for, in any order ({"any"}: not checked), and what the root holds after it
+// ("" for nothing, "->" for a link).
+void TestDownload::download_data()
 {
+    QTest::addColumn<qint64>("size");
     QTest::addColumn<Files>("before");
-    QTest::addColumn<QList<QByteArray>>("requests");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<Fault>("fault");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QString>("failure"); // a pattern; empty: the download completes
+    QTest::addColumn<QList<QByteArray>>("ranges");
     QTest::addColumn<Files>("after");
     const QString v = "version-1.2.3/", l = "releaseId-r1.2.3/";
+    const QList<QByteArray> any{"any"}, all{range(0), range(1), range(2)};
+    // Each range once in full, then again from where the short answer (two thirds of it) ended.
+    QList<QByteArray> resumed;
+    for (int i = 0; i < 3; ++i) {
+        const qint64 length = std::min((i + 1) * chunk, packageSize) - i * chunk;
+        resumed << range(i) << range(i, length - std::max<qint64>(1, length / 3));
+    }
+    const QString refused = "^The download server does not support ranged requests\\.$";
+    const QString stalled = "^(No download progress was made for 20 seconds\\.|%1)$";
+    const auto faultRow = [&](const char *name, qint64 size, const QString &path, Fault fault, int count, const QString &failure = QString(),
+                           const QList<QByteArray> &ranges = {"any"}) {
+        QTest::newRow(name) << size << Files() << path << fault << count << failure << ranges << Files();
+    };
+    faultRow("a clean server delivers a verified package", packageSize, pkg, Fault::None, 0, QString(), all);
+    faultRow("a one-byte package is one chunk", 1, pkg, Fault::None, 0, QString(), {"bytes=0-0"});
+    faultRow("an exact multiple of the chunk size has no empty chunk", 2 * chunk, pkg, Fault::None, 0, QString(),
+          {"bytes=0-8388607", "bytes=8388608-16777215"});
+    faultRow("connections reset mid-body are resumed", packageSize, pkg, Fault::ResetMidBody, 3);
+    faultRow("a body that stalls is abandoned and resumed", packageSize, pkg, Fault::StallMidBody, 2);
+    faultRow("connections dropped before an answer are retried", packageSize, pkg, Fault::DropBeforeAnswer, 3);
+    faultRow("a short body is kept and resumed where it ends", packageSize, pkg, Fault::ShortBody, 3, QString(), resumed);
+    faultRow("bytes of a wrong range are never written", packageSize, pkg, Fault::WrongContentRange, 2);
+    faultRow("a slow trickle still completes", 40000, pkg, Fault::Trickle, 1);
+    faultRow("a manifest that is briefly missing is fetched again", packageSize, "/manifest.json", Fault::NotFound, 2);
+    faultRow("a signature that is briefly unreachable is fetched again", packageSize, "/manifest.json.sig", Fault::DropBeforeAnswer, 2);
+    faultRow("200 with the whole body to a range fails at once", packageSize, pkg, Fault::WholeBodyFor200, 1, refused);
+    faultRow("a 500 to a range fails at once", packageSize, pkg, Fault::Status500, 1, refused);
+    faultRow("a 503 to a range fails at once", packageSize, pkg, Fault::Status503, 1, refused);
+    faultRow("corrupted bytes fail verification", packageSize, pkg, Fault::CorruptBytes, 1, "^The combined package failed verification\\.$");
+    // The network's own error is named; "Operation canceled" would be the installer's abort talking.
+    faultRow("a manifest that stays missing ends the run by the stall rule", packageSize, "/manifest.json", Fault::NotFound, 1000,
+          stalled.arg("Unable to download the version manifest: (?!Operation canceled).+"));
+    faultRow("a chunk that keeps failing ends the run by the stall rule", packageSize, pkg, Fault::DropBeforeAnswer, 1000,
+          stalled.arg("A download chunk failed: (?!Operation canceled).+"));
+    faultRow("a chunk that keeps coming short ends the run by the stall rule", 3000, pkg, Fault::ShortBody, 1000,
+          stalled.arg("A download chunk has an unexpected size\\."));
+
+    const auto cachedRow = [&](const char *name, const Files &before, const QList<QByteArray> &ranges, const Files &after) {
+        QTest::newRow(name) << packageSize << before << QString() << Fault::None << 0 << QString() << ranges << after;
+    };
     const Files chunks{{v + "package.sha256", packageSha + "\n"}, {v + "chunk-0000.bin", part(0)}, {v + "chunk-0001.bin", part(1)},
                        {v + "chunk-0002.bin", part(2)}};
-    const QList<QByteArray> all{range(0), range(1), range(2)};
     QByteArray corrupted = part(1);
     corrupted[4096] = char(corrupted.at(4096) ^ 1);
     const Files mine{{v + "package.sha256", packageSha}};
-    QTest::newRow("a verified cached package completes without any chunk request")
-        << Files{{v + "package.sha256", packageSha}, {v + "package.zip", package}} << QList<QByteArray>() << mine;
-    QTest::newRow("a cached package with a wrong digest is downloaded again")
-        << Files{{v + "package.sha256", packageSha}, {v + "package.zip", QByteArray(packageSize, 'x')}} << all << mine;
-    QTest::newRow("a chunk one byte too long is fetched again from its start")
-        << with(chunks, v + "chunk-0001.bin", part(1) + "!") << QList<QByteArray>{range(1)} << mine;
-    QTest::newRow("a chunk one byte short is resumed from where it ends")
-        << with(chunks, v + "chunk-0001.bin", part(1).chopped(1)) << QList<QByteArray>{range(1, chunk - 1)} << mine;
-    QTest::newRow("chunks of another package are deleted before downloading") << with(chunks, v + "package.sha256", QByteArray(64, 'b')) << all << mine;
-    QTest::newRow("a corrupted cached chunk is detected and fetched again") << with(chunks, v + "chunk-0001.bin", corrupted) << all << mine;
-
+    cachedRow("a verified cached package completes without any chunk request", {{v + "package.sha256", packageSha}, {v + "package.zip", package}}, {}, mine);
+    cachedRow("a cached package with a wrong digest is downloaded again",
+           {{v + "package.sha256", packageSha}, {v + "package.zip", QByteArray(packageSize, 'x')}}, all, mine);
+    cachedRow("a chunk one byte too long is fetched again from its start", with(chunks, v + "chunk-0001.bin", part(1) + "!"), {range(1)}, mine);
+    cachedRow("a chunk one byte short is resumed from where it ends", with(chunks, v + "chunk-0001.bin", part(1).chopped(1)), {range(1, chunk - 1)}, mine);
+    cachedRow("chunks of another package are deleted before downloading", with(chunks, v + "package.sha256", QByteArray(64, 'b')), all, mine);
+    cachedRow("a corrupted cached chunk is detected and fetched again", with(chunks, v + "chunk-0001.bin", corrupted), all, mine);
     // The legacy directory keeps what is not a chunk of this package, so it is never removed.
     const Files legacy{{l + "package.sha256", packageSha}, {l + "chunk-0000.bin", part(0)}, {l + "chunk-0001.bin", part(1)},
                        {l + "notes.txt", "not a chunk"}, {"outside/chunk-0000.bin", part(0)}};
     const Files moved{{l + "notes.txt", "not a chunk"}, {l + "chunk-0001.bin", ""}, {"outside/chunk-0000.bin", part(0)}};
-    QTest::newRow("legacy chunks of the same package are moved, not downloaded") << legacy << QList<QByteArray>{range(2)} << moved;
-    Files occupied = with(with(legacy, l + "chunk-0000.bin", QByteArray(chunk, 'z')), v + "package.sha256", packageSha);
-    QTest::newRow("a legacy chunk never replaces a chunk already in the cache")
-        << with(occupied, v + "chunk-0000.bin", part(0)) << QList<QByteArray>{range(2)} << with(moved, l + "chunk-0000.bin", QByteArray(chunk, 'z'));
-    QTest::newRow("legacy chunks of another package stay where they are")
-        << with(legacy, l + "package.sha256", QByteArray(64, 'c')) << all << with(moved, l + "chunk-0001.bin", part(1));
-    QTest::newRow("a linked legacy chunk is neither followed nor moved") << with(legacy, l + "chunk-0000.bin", "->outside/chunk-0000.bin")
-        << QList<QByteArray>{range(0), range(2)} << with(moved, l + "chunk-0000.bin", "->");
-    QTest::newRow("a linked legacy directory is ignored")
-        << Files{{"outside/package.sha256", packageSha}, {"outside/chunk-0000.bin", part(0)}, {"outside/chunk-0001.bin", part(1)},
-                 {"releaseId-r1.2.3", "->outside"}}
-        << all << Files{{"outside/chunk-0000.bin", part(0)}, {"outside/chunk-0001.bin", part(1)}};
+    cachedRow("legacy chunks of the same package are moved, not downloaded", legacy, {range(2)}, moved);
+    const Files occupied = with(with(legacy, l + "chunk-0000.bin", QByteArray(chunk, 'z')), v + "package.sha256", packageSha);
+    cachedRow("a legacy chunk never replaces a chunk already in the cache", with(occupied, v + "chunk-0000.bin", part(0)), {range(2)},
+           with(moved, l + "chunk-0000.bin", QByteArray(chunk, 'z')));
+    cachedRow("legacy chunks of another package stay where they are", with(legacy, l + "package.sha256", QByteArray(64, 'c')), all,
+           with(moved, l + "chunk-0001.bin", part(1)));
+    cachedRow("a linked legacy chunk is neither followed nor moved", with(legacy, l + "chunk-0000.bin", "->outside/chunk-0000.bin"),
+           {range(0), range(2)}, with(moved, l + "chunk-0000.bin", "->"));
+    cachedRow("a linked legacy directory is ignored",
+           {{"outside/package.sha256", packageSha}, {"outside/chunk-0000.bin", part(0)}, {"outside/chunk-0001.bin", part(1)}, {"releaseId-r1.2.3", "->outside"}},
+           all, {{"outside/chunk-0000.bin", part(0)}, {"outside/chunk-0001.bin", part(1)}});
 }
 
-void TestDownload::cachedState()
+void TestDownload::download()
 {
+    QFETCH(qint64, size);
     QFETCH(Files, before);
-    QFETCH(QList<QByteArray>, requests);
+    QFETCH(QString, path);
+    QFETCH(Fault, fault);
+    QFETCH(int, count);
+    QFETCH(QString, failure);
+    QFETCH(QList<QByteArray>, ranges);
     QFETCH(Files, after);
-    serveRelease(m_server, packageSize);
+    const QByteArray served = serveRelease(m_server, size);
+    m_server.addFault(path, fault, count);
     const QDir root(cacheRoot());
     for (auto it = before.cbegin(); it != before.cend(); ++it) {
         if (!it.value().startsWith("->")) {
@@ -137,10 +187,14 @@ void TestDownload::cachedState()
     DownloadManager manager;
     manager.setTiming(fastTiming());
     useServer(manager, m_server);
+    QElapsedTimer clock;
+    clock.start();
     const DownloadOutcome outcome = runDownload(manager, m_server.url("/manifest.json"), cacheRoot());
-    QVERIFY2(outcome.completed, qPrintable(outcome.message));
-    QCOMPARE(readFile(outcome.zipPath), package);
-    QCOMPARE(sorted(m_server.ranges("/pkg/package.zip")), sorted(requests));
+    QVERIFY(outcome.finished);
+    // Throwing a corrupted cached chunk away takes its bytes back out of the progress; otherwise it only grows.
+    QVERIFY(!outcome.progressWentBack || !before.isEmpty());
+    if (ranges != QList<QByteArray>{"any"})
+        QCOMPARE(sorted(m_server.ranges(pkg)), sorted(ranges));
     for (auto it = after.cbegin(); it != after.cend(); ++it) {
         const QFileInfo file(root.filePath(it.key()));
         if (it.value() == "->")
@@ -149,6 +203,27 @@ void TestDownload::cachedState()
             QVERIFY2(!file.exists(), qPrintable(it.key()));
         else
             QVERIFY2(readFile(file.filePath()).trimmed() == it.value().trimmed(), qPrintable(it.key()));
+    }
+    const QDir cacheDir(root.filePath("version-1.2.3"));
+    if (failure.isEmpty()) {
+        QVERIFY2(outcome.completed, qPrintable(outcome.message));
+        QCOMPARE(outcome.zipPath, cacheDir.filePath("package.zip"));
+        QVERIFY(readFile(outcome.zipPath) == served);
+        QCOMPARE(outcome.lastReceived, size);
+        QVERIFY(!QFile::exists(outcome.zipPath + ".assembling"));
+        return;
+    }
+    QVERIFY2(QRegularExpression(failure).match(outcome.message).hasMatch(), qPrintable(outcome.message));
+    if (outcome.message.startsWith("The download server does not support"))
+        QVERIFY2(clock.elapsed() < fastTiming().stallMs, "a refused range is not waited out");
+    QVERIFY(!cacheDir.exists("package.zip"));
+    // Every chunk file stays for the next run, holding only bytes of its own range (a package
+    // that does not add up is fetched again by the next run).
+    const QStringList names = cacheDir.entryList({"chunk-*.bin"}, QDir::Files);
+    QCOMPARE(names.size(), path == "/manifest.json" ? 0 : int((size + chunk - 1) / chunk));
+    for (const QString &name : names) {
+        const QByteArray bytes = readFile(cacheDir.filePath(name));
+        QVERIFY2(fault == Fault::CorruptBytes || served.mid(name.mid(6, 4).toInt() * chunk).startsWith(bytes), qPrintable(name));
     }
 }
 
