@@ -1,31 +1,19 @@
-#include "zip_corpus.h"
+#include "support/zip_corpus.h"
 
 #include <QtEndian>
 
 #include <zip.h>
 
 #include <array>
-#include <cstring>
 
 namespace {
 
-void put16(QByteArray &out, quint16 value)
+template <typename T>
+void put(QByteArray &out, T value)
 {
-    char bytes[2];
+    char bytes[sizeof(T)];
     qToLittleEndian(value, bytes);
-    out.append(bytes, 2);
-}
-void put32(QByteArray &out, quint32 value)
-{
-    char bytes[4];
-    qToLittleEndian(value, bytes);
-    out.append(bytes, 4);
-}
-void put64(QByteArray &out, quint64 value)
-{
-    char bytes[8];
-    qToLittleEndian(value, bytes);
-    out.append(bytes, 8);
+    out.append(bytes, sizeof(T));
 }
 
 // Compresses through libzip into memory and cuts the deflate stream out of the local entry.
@@ -37,8 +25,7 @@ QByteArray deflateWithLibzip(const QByteArray &content)
     zip_source_keep(memory);
     zip_t *archive = zip_open_from_source(memory, ZIP_TRUNCATE, &error);
     zip_source_t *data = zip_source_buffer(archive, content.constData(), zip_uint64_t(content.size()), 0);
-    const zip_int64_t index = zip_file_add(archive, "x", data, 0);
-    zip_set_file_compression(archive, zip_uint64_t(index), ZIP_CM_DEFLATE, 9);
+    zip_set_file_compression(archive, zip_uint64_t(zip_file_add(archive, "x", data, 0)), ZIP_CM_DEFLATE, 9);
     zip_close(archive);
     QByteArray whole;
     zip_source_open(memory);
@@ -86,20 +73,17 @@ Entry stored(const QByteArray &name, const QByteArray &content)
 
 Entry directory(const QByteArray &name)
 {
-    Entry entry;
-    entry.name = name.endsWith('/') ? name : name + '/';
+    Entry entry = stored(name.endsWith('/') ? name : name + '/');
     entry.externalAttributes = 0x10;
     return entry;
 }
 
 Entry deflated(const QByteArray &name, const QByteArray &content)
 {
-    Entry entry;
-    entry.name = name;
+    Entry entry = stored(name, deflateWithLibzip(content));
     entry.method = 8;
     entry.plain = content;
     entry.declaredSize = content.size();
-    entry.data = deflateWithLibzip(content);
     return entry;
 }
 
@@ -108,57 +92,39 @@ QByteArray build(const QList<Entry> &entries)
     QByteArray out;
     QByteArray central;
     for (const Entry &entry : entries) {
-        const quint64 offset = quint64(out.size());
         const quint64 size = entry.declaredSize < 0 ? quint64(entry.data.size()) : quint64(entry.declaredSize);
         const quint64 compressed = quint64(entry.data.size());
-        const quint32 crc = entry.crcOverride >= 0
-            ? quint32(entry.crcOverride)
-            : crc32(entry.method == 0 || entry.plain.isEmpty() ? entry.data : entry.plain);
-        const quint16 needed = entry.zip64 ? 45 : 20;
-        QByteArray localExtra;
-        QByteArray centralExtra;
+        const quint32 crc = entry.crcOverride >= 0 ? quint32(entry.crcOverride)
+                                                   : crc32(entry.method == 0 || entry.plain.isEmpty() ? entry.data : entry.plain);
+        QByteArray extra;
         if (entry.zip64) {
-            put16(localExtra, 0x0001);
-            put16(localExtra, 16);
-            put64(localExtra, size);
-            put64(localExtra, compressed);
-            centralExtra = localExtra;
+            put<quint16>(extra, 0x0001);
+            put<quint16>(extra, 16);
+            put<quint64>(extra, size);
+            put<quint64>(extra, compressed);
         }
+        // The fields both headers share, from "version needed" to the extra field's length.
+        const auto common = [&](QByteArray &header) {
+            for (const quint16 field : { quint16(entry.zip64 ? 45 : 20), entry.flags, entry.method, quint16(0), quint16(0x21) })
+                put(header, field);
+            put(header, crc);
+            put(header, entry.zip64 ? 0xFFFFFFFFu : quint32(compressed));
+            put(header, entry.zip64 ? 0xFFFFFFFFu : quint32(size));
+            put(header, quint16(entry.name.size()));
+            put(header, quint16(extra.size()));
+        };
+        put<quint32>(central, 0x02014b50);
+        put(central, quint16(entry.madeByHost << 8 | 45));
+        common(central);
+        for (const quint16 field : { 0, 0, 0 }) // comment length, disk, internal attributes
+            put(central, field);
+        put(central, entry.externalAttributes);
+        put(central, quint32(out.size()));
+        central.append(entry.name + extra);
 
-        put32(out, 0x04034b50);
-        put16(out, needed);
-        put16(out, entry.flags);
-        put16(out, entry.method);
-        put16(out, 0);
-        put16(out, 0x21);
-        put32(out, crc);
-        put32(out, entry.zip64 ? 0xFFFFFFFFu : quint32(compressed));
-        put32(out, entry.zip64 ? 0xFFFFFFFFu : quint32(size));
-        put16(out, quint16(entry.name.size()));
-        put16(out, quint16(localExtra.size()));
-        out.append(entry.name);
-        out.append(localExtra);
-        out.append(entry.data);
-
-        put32(central, 0x02014b50);
-        put16(central, quint16(entry.madeByHost << 8 | 45));
-        put16(central, needed);
-        put16(central, entry.flags);
-        put16(central, entry.method);
-        put16(central, 0);
-        put16(central, 0x21);
-        put32(central, crc);
-        put32(central, entry.zip64 ? 0xFFFFFFFFu : quint32(compressed));
-        put32(central, entry.zip64 ? 0xFFFFFFFFu : quint32(size));
-        put16(central, quint16(entry.name.size()));
-        put16(central, quint16(centralExtra.size()));
-        put16(central, 0);
-        put16(central, 0);
-        put16(central, 0);
-        put32(central, entry.externalAttributes);
-        put32(central, quint32(offset));
-        central.append(entry.name);
-        central.append(centralExtra);
+        put<quint32>(out, 0x04034b50);
+        common(out);
+        out.append(entry.name + extra + entry.data);
     }
     const quint64 centralOffset = quint64(out.size());
     out.append(central);
@@ -166,29 +132,25 @@ QByteArray build(const QList<Entry> &entries)
     const bool zip64End = count > 0xFFFF;
     if (zip64End) {
         const quint64 recordOffset = quint64(out.size());
-        put32(out, 0x06064b50);
-        put64(out, 44);
-        put16(out, 45);
-        put16(out, 45);
-        put32(out, 0);
-        put32(out, 0);
-        put64(out, count);
-        put64(out, count);
-        put64(out, quint64(central.size()));
-        put64(out, centralOffset);
-        put32(out, 0x07064b50);
-        put32(out, 0);
-        put64(out, recordOffset);
-        put32(out, 1);
+        put<quint32>(out, 0x06064b50);
+        put<quint64>(out, 44);
+        for (const quint16 version : { 45, 45 })
+            put(out, version);
+        put<quint64>(out, 0); // this disk and the directory's disk
+        for (const quint64 field : { count, count, quint64(central.size()), centralOffset })
+            put(out, field);
+        put<quint32>(out, 0x07064b50);
+        put<quint32>(out, 0);
+        put<quint64>(out, recordOffset);
+        put<quint32>(out, 1);
     }
-    put32(out, 0x06054b50);
-    put16(out, 0);
-    put16(out, 0);
-    put16(out, zip64End ? 0xFFFF : quint16(count));
-    put16(out, zip64End ? 0xFFFF : quint16(count));
-    put32(out, quint32(central.size()));
-    put32(out, quint32(centralOffset));
-    put16(out, 0);
+    put<quint32>(out, 0x06054b50);
+    put<quint32>(out, 0);
+    for (int twice = 0; twice < 2; ++twice)
+        put(out, zip64End ? quint16(0xFFFF) : quint16(count));
+    put(out, quint32(central.size()));
+    put(out, quint32(centralOffset));
+    put<quint16>(out, 0);
     return out;
 }
 
