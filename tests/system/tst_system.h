@@ -20,11 +20,7 @@ private slots:
 #ifdef Q_OS_WIN
     void launchChoosesTheToken_data();
     void launchChoosesTheToken();
-    void launchPassesAQuotedPathOnTheUsersDesktop();
-    void launchWithoutATokenIsUnresolved();
     void launchAsTheRealDesktopUser();
-    void refusedPermissionRoots_data();
-    void refusedPermissionRoots();
     void permissionsGrantModifyOnEveryObject();
     void mergingKeepsDenials_data();
     void mergingKeepsDenials();
