@@ -58,36 +58,6 @@ void SystemTest::quoting()
 #endif
 }
 
-void SystemTest::linksAreRecognised()
-{
-    QTemporaryDir temp;
-    QVERIFY(temp.isValid());
-    const QString real = temp.filePath(QStringLiteral("real"));
-    QVERIFY(QDir().mkpath(real + QStringLiteral("/inner")));
-    QVERIFY(!FileLinks::isLink(real));
-    QVERIFY(!FileLinks::pathHasLink(real + QStringLiteral("/inner/not-yet")));
-    QVERIFY(!FileLinks::isLink(temp.filePath(QStringLiteral("missing"))));
-#ifndef Q_OS_WIN
-    const QString link = temp.filePath(QStringLiteral("link"));
-    QVERIFY(::symlink(QFile::encodeName(real).constData(), QFile::encodeName(link).constData()) == 0);
-    QVERIFY(FileLinks::isLink(link));
-    QVERIFY(FileLinks::pathHasLink(link + QStringLiteral("/inner/file.txt")));
-    const QString dangling = temp.filePath(QStringLiteral("dangling"));
-    QVERIFY(::symlink("/nonexistent/target", QFile::encodeName(dangling).constData()) == 0);
-    QVERIFY(FileLinks::isLink(dangling));
-    QVERIFY(FileLinks::exists(dangling));
-#endif
-#ifdef Q_OS_WIN
-    // The harness's directory link inside drive_c: its target survives removing the link.
-    const QString fixture = QStringLiteral("C:/brisa-link-fixture/real/file.txt");
-    if (QFileInfo::exists(fixture)) {
-        QVERIFY(FileLinks::isLink(QStringLiteral("C:/brisa-link-fixture/dir-link")));
-        QVERIFY(FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/dir-link/inner/x.txt")));
-        QVERIFY(!FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/real/inner/x.txt")));
-    }
-#endif
-}
-
 void SystemTest::removalNeverFollowsALink_data()
 {
     QTest::addColumn<QString>("linkAt");
@@ -145,41 +115,63 @@ void SystemTest::removalNeverFollowsALink()
     QVERIFY(!FileLinks::exists(tree));
 }
 
-// Paths checked together share the look at their common directories; a link in any path's own
-// part, or in the shared part, must still be found whichever path comes first.
-void SystemTest::linkAmongSeveralPaths_data()
+// Paths relative to a directory holding "root/a", "root.backup/a", "elsewhere", the directory
+// links "root.backup/link", "root/a/link" and "shared-link" to "elsewhere" and a "dangling" link;
+// under Wine the harness's "C:/brisa-link-fixture/dir-link" leads to ".../real". Paths checked
+// together share the look at their common directories; a link in any path's own part, or in the
+// shared part, must still be found whichever path comes first.
+void SystemTest::links_data()
 {
-    QTest::addColumn<QString>("first");
-    QTest::addColumn<QString>("second");
-    QTest::addColumn<bool>("hasLink");
-    QTest::newRow("both plain") << "root/a/file" << "root.backup/a/file" << false;
-    QTest::newRow("second runs through a link") << "root/a/file" << "root.backup/link/file" << true;
-    QTest::newRow("first runs through a link") << "root.backup/link/file" << "root/a/file" << true;
-    QTest::newRow("same directory, second is the link") << "root/a/file" << "root/a/link" << true;
-    QTest::newRow("shared parent is the link") << "shared-link/a/file" << "shared-link/b/file" << true;
-    QTest::newRow("same path twice") << "root/a/file" << "root/a/file" << false;
+    QTest::addColumn<QString>("rule");
+    QTest::addColumn<QString>("paths"); // separated by "|"
+    QTest::addColumn<bool>("found");
+    const auto row = [](const char *name, const char *rule, const char *paths, bool found) { QTest::newRow(name) << rule << paths << found; };
+    row("a directory is no link", "isLink", "root/a", false);
+    row("a missing path is no link", "isLink", "missing", false);
+    row("a path not made yet below plain directories has no link", "pathHasLink", "root/a/not-yet", false);
+#ifdef Q_OS_WIN
+    row("a directory link is a link", "isLink", "C:/brisa-link-fixture/dir-link", true);
+    row("a path below a directory link has a link", "pathHasLink", "C:/brisa-link-fixture/dir-link/inner/x.txt", true);
+    row("the link's target has none", "pathHasLink", "C:/brisa-link-fixture/real/inner/x.txt", false);
+#else
+    row("a directory link is a link", "isLink", "shared-link", true);
+    row("a path below a directory link has a link", "pathHasLink", "shared-link/inner/file.txt", true);
+    row("a dangling link is a link", "isLink", "dangling", true);
+    row("a dangling link exists", "exists", "dangling", true);
+    row("both plain", "anyPathHasLink", "root/a/file|root.backup/a/file", false);
+    row("second runs through a link", "anyPathHasLink", "root/a/file|root.backup/link/file", true);
+    row("first runs through a link", "anyPathHasLink", "root.backup/link/file|root/a/file", true);
+    row("same directory, second is the link", "anyPathHasLink", "root/a/file|root/a/link", true);
+    row("shared parent is the link", "anyPathHasLink", "shared-link/a/file|shared-link/b/file", true);
+    row("same path twice", "anyPathHasLink", "root/a/file|root/a/file", false);
+#endif
 }
 
-void SystemTest::linkAmongSeveralPaths()
+void SystemTest::links()
 {
-#ifdef Q_OS_WIN
-    QSKIP("Windows code cannot create links under Wine; the host covers the path logic.");
-#else
-    QFETCH(QString, first);
-    QFETCH(QString, second);
-    QFETCH(bool, hasLink);
+    QFETCH(QString, rule);
+    QFETCH(QString, paths);
+    QFETCH(bool, found);
     QTemporaryDir temp;
-    QVERIFY(temp.isValid());
     for (const char *directory : { "root/a", "root.backup/a", "elsewhere" })
         QVERIFY(QDir().mkpath(temp.filePath(QLatin1String(directory))));
-    const auto link = [&temp](const char *at) {
-        return ::symlink(QFile::encodeName(temp.filePath(QStringLiteral("elsewhere"))).constData(),
-                         QFile::encodeName(temp.filePath(QLatin1String(at))).constData()) == 0;
-    };
-    QVERIFY(link("root.backup/link") && link("root/a/link") && link("shared-link"));
-    QCOMPARE(FileLinks::anyPathHasLink({ temp.filePath(first), temp.filePath(second) }), hasLink);
-    QCOMPARE(FileLinks::pathHasLink(temp.filePath(first)) || FileLinks::pathHasLink(temp.filePath(second)), hasLink);
+#ifndef Q_OS_WIN
+    for (const char *at : { "root.backup/link", "root/a/link", "shared-link" })
+        QVERIFY(::symlink(QFile::encodeName(temp.filePath(QStringLiteral("elsewhere"))).constData(), QFile::encodeName(temp.filePath(QLatin1String(at))).constData()) == 0);
+    QVERIFY(::symlink("/nonexistent/target", QFile::encodeName(temp.filePath(QStringLiteral("dangling"))).constData()) == 0);
 #endif
+    QStringList list = paths.split(QLatin1Char('|'));
+    for (QString &path : list)
+        path = path.startsWith(QLatin1String("C:")) ? path : temp.filePath(path);
+    if (rule == QLatin1String("isLink"))
+        QCOMPARE(FileLinks::isLink(list[0]), found);
+    else if (rule == QLatin1String("exists"))
+        QCOMPARE(FileLinks::exists(list[0]), found);
+    else if (rule == QLatin1String("pathHasLink"))
+        QCOMPARE(FileLinks::pathHasLink(list[0]), found);
+    else // the shared look agrees with the paths checked one by one
+        QVERIFY(FileLinks::anyPathHasLink({ list[0], list[1] }) == found
+                && (FileLinks::pathHasLink(list[0]) || FileLinks::pathHasLink(list[1])) == found);
 }
 
 void SystemTest::sha256_data()

@@ -9,11 +9,10 @@ class SystemTest : public QObject
 private slots:
     void quoting_data();
     void quoting();
-    void linksAreRecognised();
+    void links_data();
+    void links();
     void removalNeverFollowsALink_data();
     void removalNeverFollowsALink();
-    void linkAmongSeveralPaths_data();
-    void linkAmongSeveralPaths();
     void desktopUserRegistryPaths();
     void sha256_data();
     void sha256();
