@@ -54,16 +54,6 @@ bool makeLink(const QString &target, const QString &link)
 #endif
 }
 
-// "remove F" deletes the file F below root, "directory F" puts a directory in its place.
-bool alter(const QString &root, const QString &change)
-{
-    const QString action = change.section(QLatin1Char(' '), 0, 0);
-    const QString file = root + QLatin1Char('/') + change.section(QLatin1Char(' '), 1);
-    if (action == QLatin1String("directory"))
-        return QFile::remove(file) && QDir().mkpath(file);
-    return action != QLatin1String("remove") || QFile::remove(file);
-}
-
 // WINDIR names another directory while the object lives.
 struct WindowsDirectory
 {
@@ -251,10 +241,13 @@ void LocationTest::installationKind()
         QVERIFY(FakeInstallation::makeInstallation(root, QString(), magic));
     else
         QVERIFY(FakeInstallation::makeUpdatable(root, launcherExe, climbs ? QStringLiteral("1.2") : version));
-    QVERIFY(alter(root, change));
     QVERIFY(!climbs || writeFile(root + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=" + version.toUtf8() + "\n"));
     const QString file = root + QLatin1Char('/') + change.section(QLatin1Char(' '), 1);
-    if (change == QLatin1String("markers")) {
+    if (change.startsWith(QLatin1String("remove "))) {
+        QVERIFY(QFile::remove(file));
+    } else if (change.startsWith(QLatin1String("directory "))) {
+        QVERIFY(QFile::remove(file) && QDir().mkpath(file));
+    } else if (change == QLatin1String("markers")) {
         QVERIFY(FakeInstallation::makeInstallation(root, launcherExe));
     } else if (change == QLatin1String("old-layout")) {
         QVERIFY(FakeInstallation::makeUpdatable(root, oldLayoutExe, version));
