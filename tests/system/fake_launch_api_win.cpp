@@ -3,71 +3,54 @@
 #include <sddl.h>
 
 #include <cstring>
-#include <vector>
 
 namespace {
 
 FakeLaunchWorld *world = nullptr;
 
-BOOL reply(const void *data, DWORD size, LPVOID buffer, DWORD capacity, PDWORD returned, bool shortRead)
+BOOL reply(const void *data, DWORD size, LPVOID buffer, DWORD capacity, PDWORD returned, DWORD claimed = 0)
 {
-    const DWORD given = shortRead ? size - 1 : size;
-    *returned = given;
-    if (capacity < given) {
+    *returned = claimed ? claimed : size;
+    if (capacity < size) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return FALSE;
     }
-    std::memcpy(buffer, data, given);
+    std::memcpy(buffer, data, size);
     return TRUE;
 }
 
 BOOL WINAPI getTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS type, LPVOID buffer, DWORD capacity, PDWORD returned)
 {
-    if (!world->handles.contains(handle)) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    if (!world->handles.contains(handle) || type == world->tokens.at(world->handles.value(handle)).failing) {
+        SetLastError(world->handles.contains(handle) ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE);
         return FALSE;
     }
     const FakeToken &token = world->tokens.at(world->handles.value(handle));
-    if (type == token.failing) {
-        SetLastError(token.failingError);
-        return FALSE;
-    }
-    const bool shortRead = type == token.shortRead;
-    switch (type) {
-    case TokenUser: {
+    const DWORD cut = type == token.shortRead ? 1 : 0;
+    if (type == TokenUser) {
         PSID sid = nullptr;
         ConvertStringSidToSidW(reinterpret_cast<const wchar_t *>(token.sid.utf16()), &sid);
-        const DWORD sidLength = GetLengthSid(sid);
-        std::vector<unsigned char> data(sizeof(TOKEN_USER) + sidLength);
-        auto *user = reinterpret_cast<TOKEN_USER *>(data.data());
-        std::memcpy(data.data() + sizeof(TOKEN_USER), sid, sidLength);
+        QByteArray data(sizeof(TOKEN_USER), '\0');
+        data.append(static_cast<const char *>(sid), GetLengthSid(sid));
         LocalFree(sid);
-        const DWORD needed = token.userInfoSize ? token.userInfoSize : DWORD(data.size());
-        *returned = needed;
-        if (capacity < DWORD(data.size())) {
-            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        if (!reply(data.constData(), DWORD(data.size()), buffer, capacity, returned, token.userInfoSize))
             return FALSE;
-        }
         // The SID is copied to the caller's buffer, so the pointer must point into it.
-        std::memcpy(buffer, data.data(), data.size());
-        reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid = static_cast<unsigned char *>(buffer) + sizeof(TOKEN_USER);
-        reinterpret_cast<TOKEN_USER *>(buffer)->User.Attributes = 0;
-        Q_UNUSED(user);
+        static_cast<TOKEN_USER *>(buffer)->User.Sid = static_cast<char *>(buffer) + sizeof(TOKEN_USER);
         return TRUE;
     }
+    const TOKEN_ELEVATION elevation { token.elevated ? 1u : 0u };
+    const DWORD elevationType = DWORD(token.type);
+    switch (type) {
     case TokenSessionId:
-        return reply(&token.session, sizeof(DWORD), buffer, capacity, returned, shortRead);
-    case TokenElevation: {
-        TOKEN_ELEVATION elevation { token.elevated ? 1u : 0u };
-        return reply(&elevation, sizeof(elevation), buffer, capacity, returned, shortRead);
-    }
-    case TokenElevationType: {
-        const DWORD value = DWORD(token.type);
-        return reply(&value, sizeof(value), buffer, capacity, returned, shortRead);
-    }
+        return reply(&token.session, sizeof(DWORD) - cut, buffer, capacity, returned);
+    case TokenElevation:
+        return reply(&elevation, sizeof(elevation) - cut, buffer, capacity, returned);
+    case TokenElevationType:
+        return reply(&elevationType, sizeof(elevationType) - cut, buffer, capacity, returned);
     case TokenLinkedToken: {
-        TOKEN_LINKED_TOKEN link { token.hasLinked ? world->handleFor(token.linked) : nullptr };
-        return reply(&link, sizeof(link), buffer, capacity, returned, shortRead);
+        const TOKEN_LINKED_TOKEN link { token.hasLinked ? world->handleFor(1) : nullptr };
+        return reply(&link, sizeof(link) - cut, buffer, capacity, returned);
     }
     default:
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -92,8 +75,7 @@ BOOL WINAPI createEnvironmentBlock(LPVOID *environment, HANDLE, BOOL inherit)
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return FALSE;
     }
-    ++world->environmentsCreated;
-    *environment = &world->environmentsCreated;
+    *environment = &++world->environmentsCreated;
     return TRUE;
 }
 
@@ -118,10 +100,7 @@ BOOL WINAPI createProcessWithTokenW(HANDLE token, DWORD logonFlags, LPCWSTR appl
         SetLastError(world->createProcessError);
         return FALSE;
     }
-    information->dwProcessId = 4242;
-    information->dwThreadId = 4243;
-    information->hProcess = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    information->hThread = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    *information = { CreateEventW(nullptr, FALSE, FALSE, nullptr), CreateEventW(nullptr, FALSE, FALSE, nullptr), 4242, 4243 };
     return TRUE;
 }
 
@@ -136,8 +115,8 @@ HANDLE FakeLaunchWorld::handleFor(int token)
 
 FakeLaunchWorld::~FakeLaunchWorld()
 {
-    // Handles the launch did not close are ours to close; closing twice is harmless for events
-    // only when the value was not reused, so close only those still valid.
+    // Handles the launch did not close are ours to close; only those still valid, as a closed
+    // value may have been reused.
     for (auto it = handles.cbegin(); it != handles.cend(); ++it) {
         DWORD flags = 0;
         if (GetHandleInformation(it.key(), &flags))
@@ -145,13 +124,9 @@ FakeLaunchWorld::~FakeLaunchWorld()
     }
 }
 
-void setFakeLaunchWorld(FakeLaunchWorld *newWorld)
+const DesktopUser::LaunchApi &fakeLaunchApi(FakeLaunchWorld *newWorld)
 {
     world = newWorld;
-}
-
-const DesktopUser::LaunchApi &fakeLaunchApi()
-{
     static const DesktopUser::LaunchApi api { getTokenInformation, duplicateTokenEx, createEnvironmentBlock,
                                               destroyEnvironmentBlock, createProcessWithTokenW };
     return api;

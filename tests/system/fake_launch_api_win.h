@@ -15,10 +15,8 @@ struct FakeToken
     DWORD session = 1;
     bool elevated = false;
     TOKEN_ELEVATION_TYPE type = TokenElevationTypeDefault;
-    bool hasLinked = false;
-    int linked = -1;          // index of the linked token's record
-    TOKEN_INFORMATION_CLASS failing = TOKEN_INFORMATION_CLASS(0); // this query fails
-    DWORD failingError = ERROR_ACCESS_DENIED;
+    bool hasLinked = false;   // the linked token is the second record
+    TOKEN_INFORMATION_CLASS failing = TOKEN_INFORMATION_CLASS(0); // this query fails with access denied
     TOKEN_INFORMATION_CLASS shortRead = TOKEN_INFORMATION_CLASS(0); // this query returns too few bytes
     DWORD userInfoSize = 0;   // non-zero: the size TokenUser claims to need
 };
@@ -32,10 +30,7 @@ struct FakeLaunchWorld
     DWORD createProcessError = 0; // non-zero: CreateProcessWithTokenW fails with it
     int environmentsCreated = 0;
     int environmentsDestroyed = 0;
-    QString applicationName;
-    QString commandLine;
-    QString workingDirectory;
-    QString desktop;
+    QString applicationName, commandLine, workingDirectory, desktop;
     DWORD logonFlags = 0;
     DWORD creationFlags = 0;
     int startedWith = -1;         // token index the process was started with
@@ -44,6 +39,5 @@ struct FakeLaunchWorld
     ~FakeLaunchWorld();
 };
 
-// The world the fake calls act on; set by the test before each launch.
-void setFakeLaunchWorld(FakeLaunchWorld *world);
-const DesktopUser::LaunchApi &fakeLaunchApi();
+// The calls act on `world`, which outlives the launch.
+const DesktopUser::LaunchApi &fakeLaunchApi(FakeLaunchWorld *world);

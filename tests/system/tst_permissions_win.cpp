@@ -77,30 +77,6 @@ QStringList denials(const QString &sddl)
 
 } // namespace
 
-void SystemTest::refusedPermissionRoots_data()
-{
-    QTest::addColumn<QString>("root");
-    QTest::newRow("a directory of another name") << "NotBrisaLinker";
-    QTest::newRow("a drive root") << "C:/";
-    QTest::newRow("a network share") << "//server/share/BrisaLinker";
-    QTest::newRow("a network share in native form") << "\\\\server\\share\\BrisaLinker";
-    QTest::newRow("a relative path") << "Apps/BrisaLinker";
-}
-
-void SystemTest::refusedPermissionRoots()
-{
-    QFETCH(QString, root);
-    QTemporaryDir temp;
-    if (root == QLatin1String("NotBrisaLinker"))
-        QVERIFY(QDir().mkpath(root = temp.filePath(root)));
-    const UniqueHandle token = UserToken::restricted();
-    QStringList log;
-    Transaction transaction([&log](const QString &line) { log << line; });
-    QVERIFY(!transaction.apply(root, token.get(), nullptr));
-    QCOMPARE(log, QStringList { QStringLiteral("Directory permission setup failed: operation=validate_root path=%1 windows_error=87").arg(root) });
-    QVERIFY(!QFileInfo::exists(root + QStringLiteral("/.brisalinker.lock")));
-}
-
 void SystemTest::permissionsGrantModifyOnEveryObject()
 {
     QTemporaryDir temp;
@@ -162,22 +138,35 @@ void SystemTest::mergingKeepsDenials()
     QCOMPARE(denials(sddl(old.get())).size(), 1);
 }
 
+// A refused root, or an obstacle in a product tree: nothing is applied, the log names the
+// operation, the path and the Windows error, and the rollback leaves every list as it was.
 void SystemTest::refusedPermissionTreesRollBack_data()
 {
+    QTest::addColumn<QString>("root"); // empty: a product tree
     QTest::addColumn<QString>("obstacle");
     QTest::addColumn<QString>("operation");
-    QTest::newRow("a second hard link to a product file outside the tree") << "1.5.0/linked.dll" << "reject_hard_link";
-    QTest::newRow("a directory link inside the tree") << "plugins" << "reject_reparse_point";
-    QTest::newRow("the service program outside its folder") << "1.5.0/bl-maintenance.exe" << "reject_service_payload";
-    QTest::newRow("a finished transaction rolled back: every list goes back") << QString() << QString();
+    QTest::addColumn<int>("error");
+    QTest::newRow("a directory of another name") << "NotBrisaLinker" << "" << "validate_root" << 87;
+    QTest::newRow("a drive root") << "C:/" << "" << "validate_root" << 87;
+    QTest::newRow("a network share") << "//server/share/BrisaLinker" << "" << "validate_root" << 87;
+    QTest::newRow("a network share in native form") << "\\\\server\\share\\BrisaLinker" << "" << "validate_root" << 87;
+    QTest::newRow("a relative path") << "Apps/BrisaLinker" << "" << "validate_root" << 87;
+    QTest::newRow("a second hard link to a product file outside the tree") << "" << "1.5.0/linked.dll" << "reject_hard_link" << 13;
+    QTest::newRow("a directory link inside the tree") << "" << "plugins" << "reject_reparse_point" << 4393;
+    QTest::newRow("the service program outside its folder") << "" << "1.5.0/bl-maintenance.exe" << "reject_service_payload" << 5;
+    QTest::newRow("a finished transaction rolled back: every list goes back") << "" << "" << "" << 0;
 }
 
 void SystemTest::refusedPermissionTreesRollBack()
 {
+    QFETCH(QString, root);
     QFETCH(QString, obstacle);
     QFETCH(QString, operation);
+    QFETCH(int, error);
     QTemporaryDir temp;
-    const QString root = makeProduct(temp.path());
+    if (root == QLatin1String("NotBrisaLinker"))
+        QVERIFY(QDir().mkpath(root = temp.filePath(root)));
+    root = root.isEmpty() ? makeProduct(temp.path()) : root;
     const QString outside = temp.filePath(QStringLiteral("outside"));
     QVERIFY(QDir().mkpath(outside) && QFile(outside + QStringLiteral("/file.dll")).open(QIODevice::WriteOnly));
     if (operation == QLatin1String("reject_hard_link"))
@@ -186,18 +175,18 @@ void SystemTest::refusedPermissionTreesRollBack()
         QVERIFY(TestLinks::makeDirectoryLink(outside, root + QLatin1Char('/') + obstacle));
     else if (!obstacle.isEmpty())
         QVERIFY(QFile(root + QLatin1Char('/') + obstacle).open(QIODevice::WriteOnly));
-    const QMap<QString, QString> before = dacls(root);
+    const bool product = operation != QLatin1String("validate_root");
+    const QMap<QString, QString> before = product ? dacls(root) : QMap<QString, QString>();
     const QMap<QString, QString> outsideBefore = dacls(outside);
     const UniqueHandle token = UserToken::restricted();
-
     QStringList log;
     Transaction transaction([&log](const QString &line) { log << line; });
     QCOMPARE(transaction.apply(root, token.get(), nullptr), operation.isEmpty());
     QCOMPARE(transaction.failedOperation(), operation);
-    if (!operation.isEmpty())
-        QCOMPARE(log, QStringList { QStringLiteral("Directory permission setup failed: operation=%1 path=%2/%3 windows_error=%4")
-                                        .arg(operation, root, obstacle, operation == QLatin1String("reject_hard_link") ? "13" : operation == QLatin1String("reject_reparse_point") ? "4393" : "5") });
-    QVERIFY(transaction.rollback());
-    QCOMPARE(dacls(root), before); // every list as it was, nothing created left behind
+    const QString path = obstacle.isEmpty() ? root : root + QLatin1Char('/') + obstacle;
+    QCOMPARE(log, operation.isEmpty() ? QStringList() : QStringList { QStringLiteral("Directory permission setup failed: operation=%1 path=%2 windows_error=%3").arg(operation, path).arg(error) });
+    QVERIFY(product || !QFileInfo::exists(root + QStringLiteral("/.brisalinker.lock")));
+    QVERIFY(!product || transaction.rollback());
+    QCOMPARE(product ? dacls(root) : before, before); // every list as it was, nothing created left behind
     QCOMPARE(dacls(outside), outsideBefore);
 }

@@ -5,17 +5,16 @@
 #include "system/shortcuts.h"
 #include "system/url_protocol.h"
 #include "system/windows_command_line.h"
+#include "support/test_files.h"
 #include "support/test_links.h"
 
-#include <QDir>
-#include <QDirIterator>
-#include <QFileInfo>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
 #ifdef Q_OS_WIN
 #include "fake_launch_api_win.h"
+#include "support/registry_dump_win.h"
 #include <windows.h>
 #include <shellapi.h>
 #include <objbase.h>
@@ -59,56 +58,6 @@ void SystemTest::quoting()
 #endif
 }
 
-void SystemTest::linksAreRecognised()
-{
-    QTemporaryDir temp;
-    QVERIFY(temp.isValid());
-    const QString real = temp.filePath(QStringLiteral("real"));
-    QVERIFY(QDir().mkpath(real + QStringLiteral("/inner")));
-    QVERIFY(!FileLinks::isLink(real));
-    QVERIFY(!FileLinks::pathHasLink(real + QStringLiteral("/inner/not-yet")));
-    QVERIFY(!FileLinks::isLink(temp.filePath(QStringLiteral("missing"))));
-#ifndef Q_OS_WIN
-    const QString link = temp.filePath(QStringLiteral("link"));
-    QVERIFY(::symlink(QFile::encodeName(real).constData(), QFile::encodeName(link).constData()) == 0);
-    QVERIFY(FileLinks::isLink(link));
-    QVERIFY(FileLinks::pathHasLink(link + QStringLiteral("/inner/file.txt")));
-    const QString dangling = temp.filePath(QStringLiteral("dangling"));
-    QVERIFY(::symlink("/nonexistent/target", QFile::encodeName(dangling).constData()) == 0);
-    QVERIFY(FileLinks::isLink(dangling));
-    QVERIFY(FileLinks::exists(dangling));
-#endif
-#ifdef Q_OS_WIN
-    // The harness's directory link inside drive_c: its target survives removing the link.
-    const QString fixture = QStringLiteral("C:/brisa-link-fixture/real/file.txt");
-    if (QFileInfo::exists(fixture)) {
-        QVERIFY(FileLinks::isLink(QStringLiteral("C:/brisa-link-fixture/dir-link")));
-        QVERIFY(FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/dir-link/inner/x.txt")));
-        QVERIFY(!FileLinks::pathHasLink(QStringLiteral("C:/brisa-link-fixture/real/inner/x.txt")));
-    }
-#endif
-}
-
-namespace {
-
-bool write(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
-
-QStringList filesBelow(const QString &directory)
-{
-    QStringList files;
-    QDirIterator walk(directory, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (walk.hasNext())
-        files << walk.next().mid(directory.size()) + QLatin1Char('=') + QString::number(QFileInfo(walk.filePath()).size());
-    files.sort();
-    return files;
-}
-
-} // namespace
-
 void SystemTest::removalNeverFollowsALink_data()
 {
     QTest::addColumn<QString>("linkAt");
@@ -126,11 +75,11 @@ void SystemTest::removalNeverFollowsALink()
     QTemporaryDir temp;
     QVERIFY(temp.isValid());
     const QString canaries = temp.filePath(QStringLiteral("canaries"));
-    QVERIFY(write(canaries + QStringLiteral("/precious.txt"), "keep") && write(canaries + QStringLiteral("/sub/deeper.txt"), "keep too"));
-    const QStringList canariesBefore = filesBelow(canaries);
+    QVERIFY(TestFiles::write(canaries + QStringLiteral("/precious.txt"), "keep") && TestFiles::write(canaries + QStringLiteral("/sub/deeper.txt"), "keep too"));
+    const QStringList canariesBefore = TestFiles::below(canaries, true);
     const QString parent = temp.filePath(linkAt == QLatin1String("..") ? QStringLiteral("real-parent") : QStringLiteral("parent"));
     QString tree = parent + QStringLiteral("/tree");
-    QVERIFY(write(tree + QStringLiteral("/a/b/file.dll"), "own") && write(tree + QStringLiteral("/top.txt"), "own"));
+    QVERIFY(TestFiles::write(tree + QStringLiteral("/a/b/file.dll"), "own") && TestFiles::write(tree + QStringLiteral("/top.txt"), "own"));
     QVERIFY(QFile::setPermissions(tree + QStringLiteral("/top.txt"), QFileDevice::ReadOwner));
     QString link;
     if (linkAt == QLatin1String("..")) {
@@ -145,14 +94,14 @@ void SystemTest::removalNeverFollowsALink()
         link = tree + QLatin1Char('/') + linkAt;
         QVERIFY(TestLinks::makeDirectoryLink(canaries, link));
     }
-    const QStringList treeBefore = filesBelow(tree);
+    const QStringList treeBefore = TestFiles::below(tree, true);
 
     QStringList links;
     const bool removed = FileLinks::removeTree(tree, &links);
-    QCOMPARE(filesBelow(canaries), canariesBefore);
+    QCOMPARE(TestFiles::below(canaries, true), canariesBefore);
     if (refused) {
         QVERIFY(!removed);
-        QCOMPARE(filesBelow(tree), treeBefore);
+        QCOMPARE(TestFiles::below(tree, true), treeBefore);
         return;
     }
     QCOMPARE(links, link.isEmpty() ? QStringList() : QStringList { link });
@@ -166,41 +115,63 @@ void SystemTest::removalNeverFollowsALink()
     QVERIFY(!FileLinks::exists(tree));
 }
 
-// Paths checked together share the look at their common directories; a link in any path's own
-// part, or in the shared part, must still be found whichever path comes first.
-void SystemTest::linkAmongSeveralPaths_data()
+// Paths relative to a directory holding "root/a", "root.backup/a", "elsewhere", the directory
+// links "root.backup/link", "root/a/link" and "shared-link" to "elsewhere" and a "dangling" link;
+// under Wine the harness's "C:/brisa-link-fixture/dir-link" leads to ".../real". Paths checked
+// together share the look at their common directories; a link in any path's own part, or in the
+// shared part, must still be found whichever path comes first.
+void SystemTest::links_data()
 {
-    QTest::addColumn<QString>("first");
-    QTest::addColumn<QString>("second");
-    QTest::addColumn<bool>("hasLink");
-    QTest::newRow("both plain") << "root/a/file" << "root.backup/a/file" << false;
-    QTest::newRow("second runs through a link") << "root/a/file" << "root.backup/link/file" << true;
-    QTest::newRow("first runs through a link") << "root.backup/link/file" << "root/a/file" << true;
-    QTest::newRow("same directory, second is the link") << "root/a/file" << "root/a/link" << true;
-    QTest::newRow("shared parent is the link") << "shared-link/a/file" << "shared-link/b/file" << true;
-    QTest::newRow("same path twice") << "root/a/file" << "root/a/file" << false;
+    QTest::addColumn<QString>("rule");
+    QTest::addColumn<QString>("paths"); // separated by "|"
+    QTest::addColumn<bool>("found");
+    const auto row = [](const char *name, const char *rule, const char *paths, bool found) { QTest::newRow(name) << rule << paths << found; };
+    row("a directory is no link", "isLink", "root/a", false);
+    row("a missing path is no link", "isLink", "missing", false);
+    row("a path not made yet below plain directories has no link", "pathHasLink", "root/a/not-yet", false);
+#ifdef Q_OS_WIN
+    row("a directory link is a link", "isLink", "C:/brisa-link-fixture/dir-link", true);
+    row("a path below a directory link has a link", "pathHasLink", "C:/brisa-link-fixture/dir-link/inner/x.txt", true);
+    row("the link's target has none", "pathHasLink", "C:/brisa-link-fixture/real/inner/x.txt", false);
+#else
+    row("a directory link is a link", "isLink", "shared-link", true);
+    row("a path below a directory link has a link", "pathHasLink", "shared-link/inner/file.txt", true);
+    row("a dangling link is a link", "isLink", "dangling", true);
+    row("a dangling link exists", "exists", "dangling", true);
+    row("both plain", "anyPathHasLink", "root/a/file|root.backup/a/file", false);
+    row("second runs through a link", "anyPathHasLink", "root/a/file|root.backup/link/file", true);
+    row("first runs through a link", "anyPathHasLink", "root.backup/link/file|root/a/file", true);
+    row("same directory, second is the link", "anyPathHasLink", "root/a/file|root/a/link", true);
+    row("shared parent is the link", "anyPathHasLink", "shared-link/a/file|shared-link/b/file", true);
+    row("same path twice", "anyPathHasLink", "root/a/file|root/a/file", false);
+#endif
 }
 
-void SystemTest::linkAmongSeveralPaths()
+void SystemTest::links()
 {
-#ifdef Q_OS_WIN
-    QSKIP("Windows code cannot create links under Wine; the host covers the path logic.");
-#else
-    QFETCH(QString, first);
-    QFETCH(QString, second);
-    QFETCH(bool, hasLink);
+    QFETCH(QString, rule);
+    QFETCH(QString, paths);
+    QFETCH(bool, found);
     QTemporaryDir temp;
-    QVERIFY(temp.isValid());
     for (const char *directory : { "root/a", "root.backup/a", "elsewhere" })
         QVERIFY(QDir().mkpath(temp.filePath(QLatin1String(directory))));
-    const auto link = [&temp](const char *at) {
-        return ::symlink(QFile::encodeName(temp.filePath(QStringLiteral("elsewhere"))).constData(),
-                         QFile::encodeName(temp.filePath(QLatin1String(at))).constData()) == 0;
-    };
-    QVERIFY(link("root.backup/link") && link("root/a/link") && link("shared-link"));
-    QCOMPARE(FileLinks::anyPathHasLink({ temp.filePath(first), temp.filePath(second) }), hasLink);
-    QCOMPARE(FileLinks::pathHasLink(temp.filePath(first)) || FileLinks::pathHasLink(temp.filePath(second)), hasLink);
+#ifndef Q_OS_WIN
+    for (const char *at : { "root.backup/link", "root/a/link", "shared-link" })
+        QVERIFY(::symlink(QFile::encodeName(temp.filePath(QStringLiteral("elsewhere"))).constData(), QFile::encodeName(temp.filePath(QLatin1String(at))).constData()) == 0);
+    QVERIFY(::symlink("/nonexistent/target", QFile::encodeName(temp.filePath(QStringLiteral("dangling"))).constData()) == 0);
 #endif
+    QStringList list = paths.split(QLatin1Char('|'));
+    for (QString &path : list)
+        path = path.startsWith(QLatin1String("C:")) ? path : temp.filePath(path);
+    if (rule == QLatin1String("isLink"))
+        QCOMPARE(FileLinks::isLink(list[0]), found);
+    else if (rule == QLatin1String("exists"))
+        QCOMPARE(FileLinks::exists(list[0]), found);
+    else if (rule == QLatin1String("pathHasLink"))
+        QCOMPARE(FileLinks::pathHasLink(list[0]), found);
+    else // the shared look agrees with the paths checked one by one
+        QVERIFY(FileLinks::anyPathHasLink({ list[0], list[1] }) == found
+                && (FileLinks::pathHasLink(list[0]) || FileLinks::pathHasLink(list[1])) == found);
 }
 
 void SystemTest::sha256_data()
@@ -236,10 +207,8 @@ void SystemTest::sha256()
     QCOMPARE(hash.hexResult(), digest);
 
     QTemporaryDir dir;
-    QFile file(dir.filePath("content"));
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(data) == data.size());
-    file.close();
-    QCOMPARE(Sha256::fileDigest(file.fileName()), QString::fromLatin1(digest));
+    QVERIFY(TestFiles::write(dir.filePath("content"), data));
+    QCOMPARE(Sha256::fileDigest(dir.filePath("content")), QString::fromLatin1(digest));
     QCOMPARE(Sha256::fileDigest(dir.filePath("missing")), QString());
 }
 
@@ -261,151 +230,77 @@ void SystemTest::desktopUserRegistryPaths()
 
 #ifdef Q_OS_WIN
 
-namespace {
-
-enum Case {
-    UacAdministrator,
-    UacDisabled,
-    StandardUser,
-    LimitedStandardToken,
-    LimitedYetElevated,
-    LinkedOtherSession,
-    LinkedOtherUser,
-    LinkedElevated,
-    NoLinkedHandle,
-    ShortElevationRead,
-    FailingElevationRead,
-    ShortLinkedRead,
-    OversizedUserInfo,
-    DuplicateFails,
-    EnvironmentFails,
-    CreateProcessFails,
-};
-
-void describe(Case c, FakeLaunchWorld *world)
-{
-    FakeToken desktop;
-    FakeToken linked;
-    linked.type = TokenElevationTypeLimited;
-    switch (c) {
-    case UacAdministrator:
-    case LinkedOtherSession:
-    case LinkedOtherUser:
-    case LinkedElevated:
-    case NoLinkedHandle:
-    case ShortLinkedRead:
-    case DuplicateFails:
-    case EnvironmentFails:
-    case CreateProcessFails:
-        desktop.elevated = true;
-        desktop.type = TokenElevationTypeFull;
-        desktop.hasLinked = c != NoLinkedHandle;
-        desktop.linked = 1;
-        break;
-    case UacDisabled:
-        desktop.elevated = true;
-        break;
-    case StandardUser:
-        break;
-    case LimitedStandardToken:
-        desktop.type = TokenElevationTypeLimited;
-        break;
-    case LimitedYetElevated:
-        desktop.type = TokenElevationTypeLimited;
-        desktop.elevated = true;
-        break;
-    case ShortElevationRead:
-        desktop.shortRead = TokenElevation;
-        break;
-    case FailingElevationRead:
-        desktop.failing = TokenElevationType;
-        desktop.failingError = ERROR_ACCESS_DENIED;
-        break;
-    case OversizedUserInfo:
-        desktop.userInfoSize = 65537;
-        break;
-    }
-    if (c == LinkedOtherSession)
-        linked.session = 2;
-    if (c == LinkedOtherUser)
-        linked.sid = QStringLiteral("S-1-5-21-1-2-3-1002");
-    if (c == LinkedElevated)
-        linked.elevated = true;
-    if (c == ShortLinkedRead)
-        desktop.shortRead = TokenLinkedToken;
-    world->failDuplicate = c == DuplicateFails;
-    world->failEnvironment = c == EnvironmentFails;
-    world->createProcessError = c == CreateProcessFails ? ERROR_FILE_NOT_FOUND : 0;
-    world->tokens = { desktop, linked };
-}
-
-} // namespace
-
+// Words of `setup`: the desktop token is "elevated", of type "full" or "limited", has a "linked"
+// token, gives a "short-elevation" or "short-link" read, "fails-type" reads, or claims a "big-user"
+// record; the linked token is of "linked:session-2", of "linked:other-user" or "linked:elevated";
+// "fails:duplicate", "fails:environment" and "fails:create" fail those calls; "no-token" launches
+// without a desktop token; "url" passes an address to open.
 void SystemTest::launchChoosesTheToken_data()
 {
-    QTest::addColumn<int>("scenario");
-    QTest::addColumn<bool>("started");
+    QTest::addColumn<QString>("setup");
     QTest::addColumn<QString>("stage");
     QTest::addColumn<QString>("mode");
     QTest::addColumn<uint>("error");
     QTest::addColumn<bool>("launchElevated");
-    QTest::addColumn<int>("startedWith");
-
-    QTest::newRow("an administrator under UAC starts the product with the linked standard token")
-        << int(UacAdministrator) << true << "complete" << "linked_standard" << 0u << false << 1;
-    QTest::newRow("with UAC turned off the product starts elevated with the desktop token")
-        << int(UacDisabled) << true << "complete" << "desktop_elevated_no_link" << 0u << true << 0;
-    QTest::newRow("a standard user's own token is used")
-        << int(StandardUser) << true << "complete" << "desktop_standard" << 0u << false << 0;
-    QTest::newRow("a limited token that is not elevated is used as it is")
-        << int(LimitedStandardToken) << true << "complete" << "desktop_standard" << 0u << false << 0;
-    QTest::newRow("a limited token that claims elevation is refused")
-        << int(LimitedYetElevated) << false << "validate_desktop_token" << "unresolved" << 13u << true << -1;
-    QTest::newRow("a linked token of another session is refused")
-        << int(LinkedOtherSession) << false << "validate_linked_token" << "unresolved" << 13u << true << -1;
-    QTest::newRow("a linked token of another user is refused")
-        << int(LinkedOtherUser) << false << "validate_linked_token" << "unresolved" << 13u << true << -1;
-    QTest::newRow("an elevated linked token is refused")
-        << int(LinkedElevated) << false << "validate_linked_token" << "unresolved" << 13u << true << -1;
-    QTest::newRow("a full token without a linked handle fails as an invalid handle")
-        << int(NoLinkedHandle) << false << "linked_token" << "unresolved" << 6u << true << -1;
-    QTest::newRow("a short elevation read is invalid data")
-        << int(ShortElevationRead) << false << "desktop_elevation" << "unresolved" << 13u << false << -1;
-    QTest::newRow("a failing elevation read gives its Windows error")
-        << int(FailingElevationRead) << false << "desktop_elevation" << "unresolved" << 5u << false << -1;
-    QTest::newRow("a short linked-token read is invalid data")
-        << int(ShortLinkedRead) << false << "linked_token" << "unresolved" << 13u << true << -1;
-    QTest::newRow("user information over 64 KiB is refused")
-        << int(OversizedUserInfo) << false << "desktop_identity" << "unresolved" << 1312u << false << -1;
-    QTest::newRow("a failed duplication stops before any process")
-        << int(DuplicateFails) << false << "duplicate_token" << "linked_standard" << 5u << false << -1;
-    QTest::newRow("a failed environment stops before any process")
-        << int(EnvironmentFails) << false << "create_environment" << "linked_standard" << 8u << false << -1;
-    QTest::newRow("a failed start reports the start's error")
-        << int(CreateProcessFails) << false << "create_process" << "linked_standard" << 2u << false << 1;
+    QTest::addColumn<int>("startedWith"); // 0: the desktop token, 1: the linked one
+    const auto row = [](const char *name, const char *setup, const char *stage, const char *mode, uint error, bool elevated, int token) {
+        QTest::newRow(name) << setup << stage << mode << error << elevated << token;
+    };
+    row("an administrator under UAC starts the product with the linked standard token", "elevated full linked", "complete", "linked_standard", 0, false, 1);
+    row("with UAC turned off the product starts elevated with the desktop token", "elevated", "complete", "desktop_elevated_no_link", 0, true, 0);
+    row("a standard user's own token is used", "", "complete", "desktop_standard", 0, false, 0);
+    row("an address to open follows the program as one quoted argument", "url", "complete", "desktop_standard", 0, false, 0);
+    row("a limited token that is not elevated is used as it is", "limited", "complete", "desktop_standard", 0, false, 0);
+    row("a limited token that claims elevation is refused", "limited elevated", "validate_desktop_token", "unresolved", 13, true, -1);
+    row("a linked token of another session is refused", "elevated full linked linked:session-2", "validate_linked_token", "unresolved", 13, true, -1);
+    row("a linked token of another user is refused", "elevated full linked linked:other-user", "validate_linked_token", "unresolved", 13, true, -1);
+    row("an elevated linked token is refused", "elevated full linked linked:elevated", "validate_linked_token", "unresolved", 13, true, -1);
+    row("a full token without a linked handle fails as an invalid handle", "elevated full", "linked_token", "unresolved", 6, true, -1);
+    row("a short elevation read is invalid data", "short-elevation", "desktop_elevation", "unresolved", 13, false, -1);
+    row("a failing elevation read gives its Windows error", "fails-type", "desktop_elevation", "unresolved", 5, false, -1);
+    row("a short linked-token read is invalid data", "elevated full linked short-link", "linked_token", "unresolved", 13, true, -1);
+    row("user information over 64 KiB is refused", "big-user", "desktop_identity", "unresolved", 1312, false, -1);
+    row("a failed duplication stops before any process", "elevated full linked fails:duplicate", "duplicate_token", "linked_standard", 5, false, -1);
+    row("a failed environment stops before any process", "elevated full linked fails:environment", "create_environment", "linked_standard", 8, false, -1);
+    row("a failed start reports the start's error", "elevated full linked fails:create", "create_process", "linked_standard", 2, false, 1);
+    row("no desktop token leaves the launch unresolved", "no-token", "desktop_token", "unresolved", 1312, false, -1);
 }
 
 void SystemTest::launchChoosesTheToken()
 {
-    QFETCH(int, scenario);
-    QFETCH(bool, started);
+    QFETCH(QString, setup);
     QFETCH(QString, stage);
     QFETCH(QString, mode);
     QFETCH(uint, error);
     QFETCH(bool, launchElevated);
     QFETCH(int, startedWith);
-
+    const QStringList words = setup.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    FakeToken desktop;
+    desktop.elevated = words.contains("elevated");
+    desktop.type = words.contains("full") ? TokenElevationTypeFull : words.contains("limited") ? TokenElevationTypeLimited : TokenElevationTypeDefault;
+    desktop.hasLinked = words.contains("linked");
+    desktop.shortRead = words.contains("short-elevation") ? TokenElevation : words.contains("short-link") ? TokenLinkedToken : desktop.shortRead;
+    desktop.failing = words.contains("fails-type") ? TokenElevationType : desktop.failing;
+    desktop.userInfoSize = words.contains("big-user") ? 65537 : 0;
+    FakeToken linked;
+    linked.type = TokenElevationTypeLimited;
+    linked.session = words.contains("linked:session-2") ? 2 : 1;
+    linked.sid = words.contains("linked:other-user") ? QStringLiteral("S-1-5-21-1-2-3-1002") : linked.sid;
+    linked.elevated = words.contains("linked:elevated");
     FakeLaunchWorld world;
-    describe(Case(scenario), &world);
-    setFakeLaunchWorld(&world);
-    const HANDLE desktop = world.handleFor(0);
+    world.tokens = { desktop, linked };
+    world.failDuplicate = words.contains("fails:duplicate");
+    world.failEnvironment = words.contains("fails:environment");
+    world.createProcessError = words.contains("fails:create") ? ERROR_FILE_NOT_FOUND : 0;
+    const QStringList arguments = words.contains("url") ? QStringList { "https://example.invalid/a b?c=\"d\"" } : QStringList();
     quint64 pid = 99;
     quint32 windowsError = 99;
     DesktopUser::LaunchDiagnostics diagnostics;
-    const bool ok = DesktopUser::launchWithDesktopToken(desktop, QStringLiteral("C:/Apps/BrisaLinker/brisalinker.exe"),
-                                                        QStringLiteral("C:/Apps/BrisaLinker"), &pid, &windowsError,
-                                                        &diagnostics, fakeLaunchApi());
-    QCOMPARE(ok, started);
+    const bool started = DesktopUser::launchWithDesktopToken(words.contains("no-token") ? nullptr : world.handleFor(0),
+                                                             QStringLiteral("C:/Program Files/Brisa Linker/brisalinker.exe"),
+                                                             QStringLiteral("C:/Program Files/Brisa Linker/"), &pid, &windowsError,
+                                                             &diagnostics, fakeLaunchApi(&world), arguments);
+    QCOMPARE(started, stage == QLatin1String("complete"));
     QCOMPARE(diagnostics.stage, stage);
     QCOMPARE(diagnostics.mode, mode);
     QCOMPARE(windowsError, error);
@@ -414,48 +309,18 @@ void SystemTest::launchChoosesTheToken()
     QCOMPARE(pid, started ? quint64(4242) : quint64(0));
     // Whatever happened, an environment block that was made is destroyed exactly once.
     QCOMPARE(world.environmentsDestroyed, world.environmentsCreated);
-    if (stage != QLatin1String("desktop_elevation") && stage != QLatin1String("desktop_identity"))
+    if (!QStringList { "desktop_token", "desktop_elevation", "desktop_identity" }.contains(stage))
         QCOMPARE(diagnostics.user, QStringLiteral("S-1-5-21-1-2-3-1001"));
-}
-
-void SystemTest::launchPassesAQuotedPathOnTheUsersDesktop()
-{
-    FakeLaunchWorld world;
-    describe(StandardUser, &world);
-    setFakeLaunchWorld(&world);
-    quint64 pid = 0;
-    quint32 error = 0;
-    DesktopUser::LaunchDiagnostics diagnostics;
-    QVERIFY(DesktopUser::launchWithDesktopToken(world.handleFor(0), QStringLiteral("C:/Program Files/Brisa Linker/brisalinker.exe"),
-                                                QStringLiteral("C:/Program Files/Brisa Linker/"), &pid, &error,
-                                                &diagnostics, fakeLaunchApi()));
+    if (startedWith < 0)
+        return;
+    // A quoted program path, then each argument quoted, started on the user's desktop.
     QCOMPARE(world.applicationName, QStringLiteral("C:\\Program Files\\Brisa Linker\\brisalinker.exe"));
-    QCOMPARE(world.commandLine, QStringLiteral("\"C:\\Program Files\\Brisa Linker\\brisalinker.exe\""));
+    QCOMPARE(world.commandLine, QStringLiteral("\"C:\\Program Files\\Brisa Linker\\brisalinker.exe\"")
+                                    + (arguments.isEmpty() ? QString() : QStringLiteral(" \"https://example.invalid/a b?c=\\\"d\\\"\"")));
     QCOMPARE(world.workingDirectory, QStringLiteral("C:\\Program Files\\Brisa Linker\\"));
     QCOMPARE(world.desktop, QStringLiteral("winsta0\\default"));
     QCOMPARE(world.logonFlags, DWORD(LOGON_WITH_PROFILE));
     QVERIFY(world.creationFlags & CREATE_UNICODE_ENVIRONMENT);
-
-    // An address to open follows the program as one quoted argument.
-    QVERIFY(DesktopUser::launchWithDesktopToken(world.handleFor(0), QStringLiteral("C:/windows/explorer.exe"),
-                                                QStringLiteral("C:/windows"), &pid, &error, &diagnostics, fakeLaunchApi(),
-                                                { QStringLiteral("https://example.invalid/a b?c=\"d\"") }));
-    QCOMPARE(world.commandLine, QStringLiteral("\"C:\\windows\\explorer.exe\" \"https://example.invalid/a b?c=\\\"d\\\"\""));
-}
-
-void SystemTest::launchWithoutATokenIsUnresolved()
-{
-    FakeLaunchWorld world;
-    setFakeLaunchWorld(&world);
-    quint64 pid = 7;
-    quint32 error = 0;
-    DesktopUser::LaunchDiagnostics diagnostics;
-    QVERIFY(!DesktopUser::launchWithDesktopToken(nullptr, QStringLiteral("C:/x.exe"), QStringLiteral("C:/"), &pid, &error,
-                                                 &diagnostics, fakeLaunchApi()));
-    QCOMPARE(diagnostics.stage, QStringLiteral("desktop_token"));
-    QCOMPARE(diagnostics.mode, QStringLiteral("unresolved"));
-    QCOMPARE(error, quint32(1312));
-    QCOMPARE(pid, quint64(0));
 }
 
 void SystemTest::launchAsTheRealDesktopUser()
@@ -499,32 +364,6 @@ struct ScratchClasses
     {
         RegCloseKey(key);
         RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\BrisaLinkerTest\\Classes");
-    }
-    // Every key with every value (type and bytes), as one comparable text.
-    QStringList dump(const std::wstring &subkey = L"") const
-    {
-        QStringList lines;
-        HKEY raw = nullptr;
-        if (RegOpenKeyExW(key, subkey.c_str(), 0, KEY_READ, &raw) != ERROR_SUCCESS)
-            return lines;
-        lines << QStringLiteral("key ") + QString::fromStdWString(subkey);
-        wchar_t name[256];
-        BYTE data[1024];
-        for (DWORD i = 0;; ++i) {
-            DWORD nameSize = 256, dataSize = sizeof(data), type = 0;
-            if (RegEnumValueW(raw, i, name, &nameSize, nullptr, &type, data, &dataSize) != ERROR_SUCCESS)
-                break;
-            lines << QStringLiteral("  %1 %2 %3").arg(QString::fromWCharArray(name, nameSize)).arg(type)
-                         .arg(QString::fromLatin1(QByteArray(reinterpret_cast<char *>(data), dataSize).toHex()));
-        }
-        for (DWORD i = 0;; ++i) {
-            DWORD nameSize = 256;
-            if (RegEnumKeyExW(raw, i, name, &nameSize, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-                break;
-            lines << dump(subkey.empty() ? std::wstring(name) : subkey + L"\\" + name);
-        }
-        RegCloseKey(raw);
-        return lines;
     }
     void set(const std::wstring &subkey, const wchar_t *name, const std::wstring &text) const
     {
@@ -642,16 +481,16 @@ void SystemTest::urlSchemeRegistration()
         classes.set(L"brisalinker\\shell\\open\\command", nullptr, L"\"C:\\Other\\other.exe\" \"%1\"");
         classes.set(L"brisalinker\\shell\\open\\command", L"DelegateExecute", L"{00000000-0000-0000-0000-000000000000}");
     }
-    const QStringList original = classes.dump();
+    const QStringList original = TestRegistry::dump(classes.key);
 
     UrlProtocol::Registration registration(classes.key);
     QCOMPARE(registration.capture(), 0L);
     QCOMPARE(registration.apply(executable.toStdWString()), long(applyResult));
     if (applyResult != 0) {
-        QCOMPARE(classes.dump(), original);
+        QCOMPARE(TestRegistry::dump(classes.key), original);
         return;
     }
-    const QStringList applied = classes.dump();
+    const QStringList applied = TestRegistry::dump(classes.key);
     QVERIFY(applied.join('\n').contains(QStringLiteral("URL Protocol 1")));
     QVERIFY(!applied.join('\n').contains(QStringLiteral("DelegateExecute")));
     if (!command.isEmpty()) {
@@ -666,9 +505,9 @@ void SystemTest::urlSchemeRegistration()
     }
     if (afterApply == QLatin1String("takeover"))
         classes.set(L"brisalinker", L"BrisaLinkerInstallerRegistration", L"another installer's run");
-    const QStringList beforeRollback = classes.dump();
+    const QStringList beforeRollback = TestRegistry::dump(classes.key);
     QCOMPARE(registration.rollback(), long(expected));
-    QCOMPARE(classes.dump(), expected == 0 ? original : beforeRollback);
+    QCOMPARE(TestRegistry::dump(classes.key), expected == 0 ? original : beforeRollback);
 }
 
 #endif
