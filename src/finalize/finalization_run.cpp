@@ -1,7 +1,7 @@
 #include "finalize/finalization_run.h"
 #include "finalize/installer_finalizer.h"
 #include "finalize/install_actions.h"
-#include "finalize/installation_processes_platform.h"
+#include "finalize/installation_processes.h"
 #include "finalize/maintenance_service.h"
 #include "app/installer_logger.h"
 #include "browser/browser_cache_reset.h"
@@ -452,7 +452,7 @@ void FinalizationRun::removeOldVersionDirectories()
         if (!versionName.match(entry.fileName()).hasMatch() || kept.contains(entry.fileName(), Qt::CaseInsensitive))
             continue;
         const QString path = entry.filePath();
-        if (!InstallationProcessesPlatform::runningImagesUnder(path).isEmpty())
+        if (!InstallationProcesses::runningImagesUnder(path).isEmpty())
             InstallerLogger::write(QStringLiteral("Old version directory is in use and stays: %1").arg(path));
         else if (InPlaceInstall::removeDirectoryTree(path))
             InstallerLogger::write(QStringLiteral("Removed old version directory: %1").arg(path));

@@ -3,9 +3,9 @@
 #include <QString>
 #include <QStringList>
 
-// Finding and stopping the product's running processes before its files are replaced. Processes
-// are recognised by their full image path, never by name alone: a program of the same name
-// elsewhere on the machine is never touched.
+// Finding and stopping the product's running processes before its files are replaced: the
+// installer's face of ProductProcesses (src/system/product_processes.h), which the uninstaller
+// shares. This side logs what happened and words the outcome for the user.
 namespace InstallationProcesses {
 
 // Cleaned, backslashes, lower case: how process images and expected paths are compared.
@@ -23,6 +23,9 @@ bool isRequired(const QString &path, const QString &installDirectory, const QStr
 
 // Whether a live process runs the file at this exact path.
 bool isProcessRunningAtPath(const QString &path);
+
+// Image paths of running processes (other than this one) whose image lies under root.
+QStringList runningImagesUnder(const QString &root);
 
 // The executable paths of both roots that are running now, in list order.
 QStringList runningInstallProcesses(const QString &installDirectory, const QString &otherRoot);

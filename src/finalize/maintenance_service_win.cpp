@@ -1,14 +1,13 @@
 #include "finalize/maintenance_service.h"
 #include "system/file_links.h"
 #include "system/handles_win.h"
+#include "system/service_control_win.h"
 
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QSettings>
-#include <QThread>
 
 #include <memory>
 #include <vector>
@@ -86,49 +85,26 @@ bool protectFolder(const QString &folder, QString *error)
     return true;
 }
 
-DWORD currentState(SC_HANDLE service)
-{
-    SERVICE_STATUS status {};
-    return QueryServiceStatus(service, &status) ? status.dwCurrentState : 0;
-}
-
-// Waits until the service leaves the pending states or the time is up; the state it ended in.
-DWORD waitWhilePending(SC_HANDLE service, DWORD pending, int timeoutMs)
-{
-    const QDeadlineTimer deadline(timeoutMs);
-    DWORD state = currentState(service);
-    while (state == pending && !deadline.hasExpired()) {
-        QThread::msleep(100);
-        state = currentState(service);
-    }
-    return state;
-}
-
-// Stopped means its process has ended too: until then it holds its program open.
 bool stopService(SC_HANDLE service, int timeoutMs, QString *error)
 {
-    SERVICE_STATUS_PROCESS running {};
-    DWORD size = 0;
-    if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE *>(&running), sizeof(running), &size))
-        return fail(error, QStringLiteral("Unable to query the maintenance service"));
-    if (running.dwCurrentState == SERVICE_STOPPED)
+    switch (ServiceControl::stop(service, timeoutMs)) {
+    case ServiceControl::StopResult::Stopped:
         return true;
-    const UniqueHandle process(running.dwProcessId ? OpenProcess(SYNCHRONIZE, FALSE, running.dwProcessId) : nullptr);
-    const QDeadlineTimer deadline(timeoutMs);
-    SERVICE_STATUS status {};
-    if (!ControlService(service, SERVICE_CONTROL_STOP, &status) && GetLastError() != ERROR_SERVICE_NOT_ACTIVE)
+    case ServiceControl::StopResult::QueryFailed:
+        return fail(error, QStringLiteral("Unable to query the maintenance service"));
+    case ServiceControl::StopResult::ControlFailed:
         return fail(error, QStringLiteral("Unable to stop the maintenance service"));
-    if (waitWhilePending(service, SERVICE_STOP_PENDING, timeoutMs) != SERVICE_STOPPED
-        || (process && WaitForSingleObject(process.get(), DWORD(deadline.remainingTime())) != WAIT_OBJECT_0))
-        return fail(error, QStringLiteral("The maintenance service did not stop within %1 ms").arg(timeoutMs), 0);
-    return true;
+    case ServiceControl::StopResult::TimedOut:
+        break;
+    }
+    return fail(error, QStringLiteral("The maintenance service did not stop within %1 ms").arg(timeoutMs), 0);
 }
 
 bool startService(SC_HANDLE service, int timeoutMs, QString *error)
 {
     if (!StartServiceW(service, 0, nullptr) && GetLastError() != ERROR_SERVICE_ALREADY_RUNNING)
         return fail(error, QStringLiteral("Unable to start the maintenance service"));
-    const DWORD state = waitWhilePending(service, SERVICE_START_PENDING, timeoutMs);
+    const DWORD state = ServiceControl::waitWhilePending(service, SERVICE_START_PENDING, timeoutMs);
     if (state == SERVICE_RUNNING)
         return true;
     SERVICE_STATUS status {};
@@ -168,7 +144,7 @@ void recordConfiguration(SC_HANDLE service, MaintenanceSetupState *state)
         for (DWORD i = 0; i < actions->cActions; ++i)
             state->failureActions.append({ int(actions->lpsaActions[i].Type), actions->lpsaActions[i].Delay });
     }
-    state->wasRunning = currentState(service) == SERVICE_RUNNING;
+    state->wasRunning = ServiceControl::currentState(service) == SERVICE_RUNNING;
 }
 
 bool describe(SC_HANDLE service, const QString &text, quint32 resetSeconds, const QList<MaintenanceSetupState::FailureAction> &actions,
