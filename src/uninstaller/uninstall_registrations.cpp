@@ -10,6 +10,7 @@
 namespace {
 
 const wchar_t uninstallKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker";
+const wchar_t installerKey[] = L"Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer";
 const wchar_t schemeKey[] = L"brisalinker";
 const wchar_t commandKey[] = L"brisalinker\\shell\\open\\command";
 
@@ -18,21 +19,9 @@ const wchar_t commandKey[] = L"brisalinker\\shell\\open\\command";
 // classes, so a deletion there could reach a scheme that is not the user's.
 HKEY userClasses()
 {
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
-        return nullptr;
-    BYTE buffer[512];
-    DWORD size = 0;
-    wchar_t *sid = nullptr;
-    const bool named = GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &size)
-        && ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &sid);
-    CloseHandle(token);
-    if (!named)
-        return nullptr;
-    const std::wstring path = std::wstring(sid) + L"_Classes";
-    LocalFree(sid);
+    const std::wstring sid = processUserSid();
     HKEY classes = nullptr;
-    if (RegOpenKeyExW(HKEY_USERS, path.c_str(), 0, KEY_READ | KEY_WRITE, &classes) != ERROR_SUCCESS)
+    if (sid.empty() || RegOpenKeyExW(HKEY_USERS, (sid + L"_Classes").c_str(), 0, KEY_READ | KEY_WRITE, &classes) != ERROR_SUCCESS)
         return nullptr;
     return classes;
 }
@@ -61,11 +50,14 @@ std::wstring readString(HKEY root, const wchar_t *subkey, const wchar_t *name)
     return value;
 }
 
-void deleteTree(HKEY root, const wchar_t *subkey)
+bool deleteTree(HKEY root, const wchar_t *subkey)
 {
     RegDeleteTreeW(root, subkey);
-    RegDeleteKeyW(root, subkey);
+    const LSTATUS status = RegDeleteKeyW(root, subkey);
+    return status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND;
 }
+
+const wchar_t *const machineKeys[] = { installerKey, uninstallKey };
 
 std::wstring shortcutTarget(const std::wstring &shortcut)
 {
@@ -111,6 +103,22 @@ void removeShortcutIfOurs(REFKNOWNFOLDERID folder, const wchar_t *name, const st
 
 } // namespace
 
+std::wstring processUserSid()
+{
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return {};
+    BYTE buffer[512];
+    DWORD size = 0;
+    wchar_t *sid = nullptr;
+    const bool named = GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &size)
+        && ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &sid);
+    CloseHandle(token);
+    const std::wstring text = named ? sid : L"";
+    LocalFree(sid);
+    return text;
+}
+
 void removeRegistrations(const std::wstring &installDirectory)
 {
     const std::wstring directory = canonical(installDirectory);
@@ -137,4 +145,23 @@ void removeRegistrations(const std::wstring &installDirectory)
         SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
     }
     RegCloseKey(classes);
+}
+
+bool machineRegistrationNames(const std::wstring &installDirectory)
+{
+    for (const wchar_t *key : machineKeys) {
+        if (canonical(readString(HKEY_LOCAL_MACHINE, key, L"InstallLocation")) == canonical(installDirectory))
+            return true;
+    }
+    return false;
+}
+
+bool removeMachineRegistrations(const std::wstring &installDirectory)
+{
+    bool removed = true;
+    for (const wchar_t *key : machineKeys) {
+        if (canonical(readString(HKEY_LOCAL_MACHINE, key, L"InstallLocation")) == canonical(installDirectory))
+            removed = deleteTree(HKEY_LOCAL_MACHINE, key) && removed;
+    }
+    return removed;
 }
