@@ -63,13 +63,10 @@ struct Run
 BOOL CALLBACK answer(HWND window, LPARAM context)
 {
     Run &run = *reinterpret_cast<Run *>(context);
-    wchar_t className[16] = {};
     wchar_t title[64] = {};
-    GetClassNameW(window, className, 16);
     GetWindowTextW(window, title, 64);
     const QString text = QString::fromWCharArray(title);
-    if (IsWindowVisible(window) && QString::fromWCharArray(className) == QLatin1String("#32770")
-        && (text == uninstallTitle || text == runningTitle) && !run.answered.contains(window)) {
+    if (IsWindowVisible(window) && (text == uninstallTitle || text == runningTitle) && !run.answered.contains(window)) {
         run.answered.insert(window);
         run.asked << text;
         PostMessageW(window, WM_COMMAND, text == runningTitle ? IDOK : IDYES, 0);
