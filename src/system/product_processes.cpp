@@ -146,8 +146,13 @@ std::vector<NativePath> productExecutablePaths(const NativePath &root, bool incl
             paths.push_back(joined(root, name + NATIVE("/") + component));
     }
     if (includeRunning) {
-        for (const NativePath &image : Platform::runningImagesUnder(root))
-            paths.push_back(cleaned(image));
+        // The maintenance service's program is stopped through the service control manager by
+        // whoever replaces or removes it; terminated, its recovery actions would start it again.
+        const NativePath services = Platform::lowered(cleaned(root)) + NATIVE("/winservices/");
+        for (const NativePath &image : Platform::runningImagesUnder(root)) {
+            if (!startsWith(Platform::lowered(cleaned(image)), services))
+                paths.push_back(cleaned(image));
+        }
     }
     return paths;
 }

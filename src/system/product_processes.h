@@ -49,7 +49,8 @@ inline constexpr std::chrono::milliseconds deadline { 10000 };
 NativePath normalizedWindowsPath(const NativePath &path);
 
 // The product's executables under one root ("/"-joined to root, cleaned), in the order they are
-// stopped and reported; with includeRunning also every running image under root.
+// stopped and reported; with includeRunning also every running image under root but the
+// maintenance service's (under "WinServices"), which only its service control manager stops.
 std::vector<NativePath> productExecutablePaths(const NativePath &root, bool includeRunning);
 
 // The executables of both roots, each once (by normalized path), in order of first appearance.

@@ -201,19 +201,13 @@ void takeOverOwnDeletion(DWORD parent, unsigned long long handle)
         MoveFileExW(ownPath().c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT); // the last resort; needs an administrator
 }
 
-bool underFolder(const std::wstring &path, const std::wstring &folder)
-{
-    return ProductProcesses::normalizedWindowsPath(path).rfind(ProductProcesses::normalizedWindowsPath(folder) + L"\\", 0) == 0;
-}
-
-// Asks before running product processes are force-closed (not when silent). The maintenance
-// service is stopped through the service control manager, so its program is not among the
-// applications named. False when the user declined.
+// Asks before running product processes are force-closed (not when silent); the maintenance
+// service is not among them. False when the user declined.
 bool mayCloseRunningProduct(const std::wstring &installDirectory, const std::vector<std::wstring> &spared, bool silent)
 {
     std::wstring shown;
     for (const std::wstring &path : ProductProcesses::runningInstallProcesses(installDirectory, {})) {
-        bool skip = underFolder(path, installDirectory + L"\\WinServices");
+        bool skip = false;
         for (const std::wstring &program : spared)
             skip = skip || ProductProcesses::normalizedWindowsPath(path) == ProductProcesses::normalizedWindowsPath(program);
         if (!skip)

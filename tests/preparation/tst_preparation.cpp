@@ -142,7 +142,8 @@ void PreparationTest::stopsOnlyTheProductsOwnProcesses()
     QProcess *launcher = startAs(root + QStringLiteral("/brisalinker.exe"));
     QProcess *core = startAs(root + QStringLiteral("/1.2.3/bl-core.exe"));
     QProcess *stranger = startAs(temp.filePath(QStringLiteral("Elsewhere/brisalinker.exe")));
-    QVERIFY(launcher && core && stranger);
+    QProcess *service = startAs(root + QStringLiteral("/WinServices/service/bl-maintenance.exe"));
+    QVERIFY(launcher && core && stranger && service);
 
     const QStringList running = runningInstallProcesses(root, QString());
     QVERIFY2(running.contains(QDir::cleanPath(root + QStringLiteral("/brisalinker.exe")), Qt::CaseInsensitive), qPrintable(running.join(';')));
@@ -154,6 +155,7 @@ void PreparationTest::stopsOnlyTheProductsOwnProcesses()
     QVERIFY(launcher->waitForFinished(5000));
     QVERIFY(core->waitForFinished(5000));
     QCOMPARE(stranger->state(), QProcess::Running);
+    QCOMPARE(service->state(), QProcess::Running); // its service control manager stops it
     QVERIFY(!isProcessRunningAtPath(root + QStringLiteral("/brisalinker.exe")));
 }
 
