@@ -3,6 +3,7 @@
 #include "app/installer_logger.h"
 #include "app/startup_platform.h"
 #include "download/download_endpoint.h"
+#include "location/installation_identity.h"
 #include "location/installation_location.h"
 #include "location/legacy_update_location.h"
 #include "system/desktop_user.h"
@@ -176,6 +177,12 @@ int run(QApplication &application)
                 notice = found.message;
             }
         }
+    } else {
+        // A user's own start offers to move an installation of the earlier layout, when exactly one
+        // is found; anything less certain leaves the usual default.
+        const QString earlier = LegacyUpdateLocation::discover(QString(), applicationRoot, registrations).source;
+        if (!earlier.isEmpty() && InstallationIdentity::installation(earlier).kind == InstallationIdentity::ValidExecutable)
+            options.legacySourceDirectory = InstallationLocation::normalized(earlier);
     }
 
     if (!notice.isEmpty())

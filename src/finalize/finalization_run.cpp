@@ -23,6 +23,7 @@
 #include <QSaveFile>
 #include <QSettings>
 #include <QThread>
+#include <QUuid>
 
 namespace {
 
@@ -64,6 +65,19 @@ void resetBrowserWorkerCaches(const QString &installDir, const QString &version)
     } catch (...) {
         InstallerLogger::write(QStringLiteral("Browser worker cache reset skipped after an internal error; installation continues."));
     }
+}
+
+// The earlier layout's installation this run moves into the installation directory: the
+// directory the installer was given for it, or the installation directory's parent, when its
+// application target is the installation directory and its executable is of the earlier kind.
+QString legacySourceOf(const QString &installDir, const QString &otherRoot)
+{
+    const QString candidate = otherRoot.isEmpty() ? InstallationLocation::parentOf(InstallationLocation::normalized(installDir))
+                                                  : InstallationLocation::normalized(otherRoot);
+    if (candidate.isEmpty() || !InstallationLocation::same(InstallationLocation::applicationTarget(candidate), installDir)
+        || InstallationIdentity::installation(candidate).kind != InstallationIdentity::ValidExecutable)
+        return {};
+    return candidate;
 }
 
 } // namespace
@@ -120,6 +134,9 @@ bool FinalizationRun::recoverInterruptedRun()
     QString detail;
     if (!OverlayTransaction::recover(m_in.installDir, &detail))
         InstallerLogger::write(QStringLiteral("Interrupted installation could not be recovered: %1").arg(detail));
+    // An interrupted migration holds the user's data in its archive: nothing may go on over it.
+    if (!LegacyMigration::recover(m_in.installDir, &detail))
+        return fail(tr("Unable to recover the previous migration.\n%1").arg(detail));
     return true;
 }
 
@@ -127,10 +144,16 @@ bool FinalizationRun::identifyExistingInstallation()
 {
     const bool present = QFileInfo::exists(m_in.installDir + QStringLiteral("/brisalinker.exe"));
     const InstallationIdentity::Result identity = InstallationIdentity::installation(m_in.installDir);
+    // An executable of the earlier kind in the directory itself is migrated too, and refused by
+    // the migration: the earlier layout cannot be moved into itself.
+    if (identity.kind == InstallationIdentity::ValidExecutable)
+        m_legacySource = m_in.installDir;
+    else if (!present)
+        m_legacySource = legacySourceOf(m_in.installDir, m_in.otherRoot);
     QString kind = QStringLiteral("new_install");
     if (identity.kind == InstallationIdentity::Launcher)
         kind = QStringLiteral("launcher");
-    else if (identity.kind == InstallationIdentity::ValidExecutable)
+    else if (!m_legacySource.isEmpty())
         kind = QStringLiteral("legacy_core");
     InstallerLogger::write(QStringLiteral("Existing executable identity: %1").arg(kind));
     const QString versionFile = m_in.installDir + QStringLiteral("/cfgdata/version.ini");
@@ -138,10 +161,6 @@ bool FinalizationRun::identifyExistingInstallation()
         m_replacedVersion = QSettings(versionFile, QSettings::IniFormat).value(QStringLiteral("release/version")).toString();
     if (present && identity.kind == InstallationIdentity::Invalid)
         return fail(tr("The existing application executable cannot be identified. No old files were removed.\n%1").arg(identity.message));
-    if (identity.kind == InstallationIdentity::ValidExecutable) {
-        // Installations of the earlier layout move over under their own migration journal.
-        return fail(tr("Unable to prepare the legacy migration.\n%1").arg(QStringLiteral("The earlier installation layout cannot be migrated by this installer.")));
-    }
     return true;
 }
 
@@ -216,6 +235,17 @@ bool FinalizationRun::writeUninstallList()
 bool FinalizationRun::beginRecoveryRecord()
 {
     QString detail;
+    if (!m_legacySource.isEmpty()) {
+        m_backupDir = InstallationLocation::normalized(m_in.installDir) + QStringLiteral(".backup-legacy-")
+            + QUuid::createUuid().toString(QUuid::Id128).toLower();
+        if (FileLinks::exists(m_backupDir)) {
+            InstallerLogger::write(QStringLiteral("Installation backup path already exists; refusing to overwrite: %1").arg(m_backupDir));
+            return fail(tr("Unable to prepare the installation backup."));
+        }
+        if (!LegacyMigration::begin(m_in.installDir, m_in.stagingDir, m_backupDir, &m_migration, &detail, m_legacySource))
+            return fail(tr("Unable to prepare the legacy migration.\n%1").arg(detail));
+        return true;
+    }
     if (!OverlayTransaction::begin(m_in.installDir, m_in.stagingDir, &m_transaction, &detail))
         return fail(tr("Unable to prepare installation recovery.\n%1").arg(detail));
     m_backupDir = m_transaction.record.value(QStringLiteral("backup")).toString();
@@ -352,6 +382,14 @@ bool FinalizationRun::passPointOfNoReturn()
     // leaves the former rights and never fails the installation.
     InstallationPermissions::configureBestEffort(m_in.installDir, DesktopUser::token(), InstallerLogger::write);
     QString detail;
+    if (m_migration.active) {
+        if (!LegacyMigration::commit(&m_migration, &detail))
+            return fail(tr("Unable to commit the legacy migration.\n%1").arg(detail));
+        // Committed: the files the package replaced are no longer needed by any recovery.
+        if (FileLinks::exists(m_backupDir) && !InPlaceInstall::removeDirectoryTree(m_backupDir))
+            InstallerLogger::write(QStringLiteral("Unable to remove the installation backup: %1").arg(m_backupDir));
+        return true;
+    }
     if (!OverlayTransaction::commit(&m_transaction, &detail)) {
         // The record still says "preparing", so the next start would undo this installation: it
         // is undone now and reported, never shown as done.
@@ -375,6 +413,7 @@ void FinalizationRun::runOptionalSteps()
     commitUrlProtocol();
     rememberLocation();
     removeOldUninstallShortcut();
+    finishLegacyMigration();
     retireMachineUninstallEntry();
     removeStagingDirectory();
     removeOldVersionDirectories();
@@ -405,6 +444,14 @@ void FinalizationRun::removeOldUninstallShortcut()
     const QString path = Shortcuts::shortcutFilePath(Shortcuts::Folder::Programs, oldUninstallShortcut);
     if (path.isEmpty() || !Shortcuts::removeShortcutFile(path))
         InstallerLogger::write(QStringLiteral("Unable to remove old Start Menu uninstall shortcut: %1").arg(path));
+}
+
+void FinalizationRun::finishLegacyMigration()
+{
+    // Also the clean-up an earlier migration left pending: it is retried by every installation.
+    const LegacyMigration::Cleanup cleanup = LegacyMigration::finish(m_in.installDir);
+    for (const QString &notice : cleanup.notices)
+        emit m_finalizer->migrationNotice(notice);
 }
 
 void FinalizationRun::retireMachineUninstallEntry()
@@ -491,9 +538,11 @@ void FinalizationRun::rollback()
         InstallerLogger::write(QStringLiteral("CRITICAL: unable to restore previous directory visibility: %1").arg(m_in.installDir));
         complete = false;
     }
-    if (m_transaction.active) {
+    if (m_transaction.active || m_migration.active) {
         QString detail;
-        if (OverlayTransaction::rollback(&m_transaction, &detail)) {
+        const bool restored = m_migration.active ? LegacyMigration::rollback(&m_migration, &detail)
+                                                 : OverlayTransaction::rollback(&m_transaction, &detail);
+        if (restored) {
             InstallerLogger::write(QStringLiteral("Installation restored from durable transaction."));
         } else {
             InstallerLogger::write(QStringLiteral("CRITICAL: recovery incomplete; journal and backups were retained."));

@@ -2,6 +2,7 @@
 
 #include "finalize/in_place_install.h"
 #include "finalize/uninstall_registration.h"
+#include "journal/legacy_migration.h"
 #include "journal/overlay_transaction.h"
 #include "system/shortcuts.h"
 #include "system/url_protocol.h"
@@ -54,6 +55,7 @@ private:
     void commitUrlProtocol();
     void rememberLocation();
     void removeOldUninstallShortcut();
+    void finishLegacyMigration();
     void retireMachineUninstallEntry();
     void removeOldVersionDirectories();
     void removeStagingDirectory();
@@ -73,6 +75,8 @@ private:
     QString m_backupDir;
     bool m_installDirWasHidden = false;
     OverlayTransaction::State m_transaction;
+    QString m_legacySource; // the earlier layout's directory when this run migrates it
+    LegacyMigration::State m_migration;
     InPlaceInstall::OverlayState m_overlay;
     QStringList m_packageVersions; // the package's version directories
     QString m_replacedVersion;     // the installed version this run replaces, when readable

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QByteArray>
+#include "system/user_registry.h"
+
 #include <QList>
 #include <QString>
 
@@ -11,12 +12,7 @@
 class UninstallRegistration
 {
 public:
-    struct Value
-    {
-        QString name;
-        quint32 type = 0;
-        QByteArray data;
-    };
+    using Value = UserRegistry::Value;
 
     // Reads the entry as it is now; false when the key cannot be opened or read (no desktop user,
     // access denied), in which case nothing may be written.

@@ -11,6 +11,11 @@ namespace {
 
 const wchar_t entryPath[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker";
 
+QString entrySubkey()
+{
+    return QString::fromWCharArray(entryPath);
+}
+
 bool report(QString *error, const QString &message)
 {
     if (error)
@@ -37,32 +42,6 @@ LSTATUS setNumber(HKEY key, const wchar_t *name, DWORD number)
     return RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE *>(&number), sizeof(number));
 }
 
-LSTATUS readAll(HKEY key, QList<UninstallRegistration::Value> *values)
-{
-    DWORD count = 0;
-    DWORD longestName = 0;
-    DWORD longestData = 0;
-    LSTATUS status = RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, &longestName,
-                                      &longestData, nullptr, nullptr);
-    if (status != ERROR_SUCCESS)
-        return status;
-    QList<UninstallRegistration::Value> result;
-    for (DWORD index = 0; index < count; ++index) {
-        std::wstring name(longestName + 1, L'\0');
-        QByteArray data(qsizetype(longestData), Qt::Uninitialized);
-        DWORD nameSize = DWORD(name.size());
-        DWORD dataSize = DWORD(data.size());
-        DWORD type = 0;
-        status = RegEnumValueW(key, index, name.data(), &nameSize, nullptr, &type, reinterpret_cast<BYTE *>(data.data()), &dataSize);
-        if (status != ERROR_SUCCESS)
-            return status; // changed while read: the caller fails rather than capture half
-        data.resize(qsizetype(dataSize));
-        result.append({ QString::fromWCharArray(name.c_str(), int(nameSize)), type, data });
-    }
-    *values = result;
-    return ERROR_SUCCESS;
-}
-
 } // namespace
 
 QString UninstallRegistration::keyPath()
@@ -72,21 +51,7 @@ QString UninstallRegistration::keyPath()
 
 bool UninstallRegistration::read(QList<Value> *values, bool *keyExists)
 {
-    const std::wstring path = userEntry();
-    if (path.empty())
-        return false;
-    HKEY raw = nullptr;
-    const LSTATUS opened = RegOpenKeyExW(HKEY_USERS, path.c_str(), 0, KEY_QUERY_VALUE, &raw);
-    if (keyExists)
-        *keyExists = opened == ERROR_SUCCESS;
-    if (opened == ERROR_FILE_NOT_FOUND) {
-        values->clear();
-        return true;
-    }
-    if (opened != ERROR_SUCCESS)
-        return false;
-    const UniqueRegistryKey key(raw);
-    return readAll(key.get(), values) == ERROR_SUCCESS;
+    return UserRegistry::readValues(entrySubkey(), values, keyExists) == ERROR_SUCCESS;
 }
 
 bool UninstallRegistration::capture(QString *error)
@@ -147,35 +112,7 @@ bool UninstallRegistration::restore(QString *error)
 {
     if (!m_written)
         return true;
-    const std::wstring path = userEntry();
-    if (!m_keyExisted) {
-        LSTATUS deleted = RegDeleteTreeW(HKEY_USERS, path.c_str());
-        if (deleted == ERROR_SUCCESS || deleted == ERROR_FILE_NOT_FOUND)
-            deleted = RegDeleteKeyExW(HKEY_USERS, path.c_str(), 0, 0);
-        if (deleted != ERROR_SUCCESS && deleted != ERROR_FILE_NOT_FOUND)
-            return report(error, QStringLiteral("Windows=%1").arg(deleted));
-        m_written = false;
-        return true;
-    }
-    HKEY raw = nullptr;
-    LSTATUS status = RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE | KEY_QUERY_VALUE, nullptr, &raw, nullptr);
-    if (status != ERROR_SUCCESS)
-        return report(error, QStringLiteral("Windows=%1").arg(status));
-    const UniqueRegistryKey key(raw);
-    // Cleared first, then written back in the former order, so the entry reads as it did.
-    QList<Value> current;
-    status = readAll(key.get(), &current);
-    for (const Value &value : std::as_const(current)) {
-        if (status == ERROR_SUCCESS)
-            status = RegDeleteValueW(key.get(), wideChars(value.name));
-    }
-    for (const Value &value : std::as_const(m_values)) {
-        if (status == ERROR_SUCCESS)
-            status = RegSetValueExW(key.get(), wideChars(value.name), 0, value.type,
-                                    reinterpret_cast<const BYTE *>(value.data.constData()), DWORD(value.data.size()));
-    }
-    if (status == ERROR_SUCCESS)
-        status = RegFlushKey(key.get());
+    const long status = m_keyExisted ? UserRegistry::replaceValues(entrySubkey(), m_values) : UserRegistry::removeKey(entrySubkey());
     if (status != ERROR_SUCCESS)
         return report(error, QStringLiteral("Windows=%1").arg(status));
     m_written = false;

@@ -63,22 +63,6 @@ const QRegularExpression &idPattern()
     return pattern;
 }
 
-// A sibling of the root whose name is the root's name, the marker and a suffix the caller
-// checks; anything else could point a recovery at somebody else's files.
-bool siblingNamed(const QString &candidate, const QString &root, const QString &marker, QString *suffix)
-{
-    const QFileInfo rootInfo(root);
-    const QFileInfo info(clean(candidate));
-    if (!InstallationLocation::same(info.path(), rootInfo.path()))
-        return false;
-    const QString prefix = rootInfo.fileName() + marker;
-    const QString name = info.fileName();
-    if (rootInfo.fileName().isEmpty() || !name.startsWith(prefix, Qt::CaseInsensitive))
-        return false;
-    *suffix = name.mid(prefix.size());
-    return true;
-}
-
 // The record-level rules: identity, ownership and where the record may send a recovery.
 bool validRecordHeader(const QJsonObject &record, const QString &root)
 {
@@ -174,38 +158,10 @@ bool setNewFileAside(const QString &target, const QString &staged)
     return move(target, staged);
 }
 
-bool rollbackEntry(const QJsonObject &entry, const QString &root, const QString &stage, const QString &backup)
+PlannedFile plannedFile(const QJsonObject &entry)
 {
-    const QString relativePath = entry.value(QStringLiteral("path")).toString();
-    const QString newDigest = entry.value(QStringLiteral("new")).toString();
-    const QString oldDigest = entry.value(QStringLiteral("old")).toString();
-    const bool hadOld = entry.value(QStringLiteral("hadOld")).toBool();
-    const QString target = under(root, relativePath);
-    const QString staged = under(stage, relativePath);
-    const QString saved = under(backup, relativePath);
-    // Checked once here; the digests below read the same paths.
-    if (!regular({ target, staged, saved }))
-        return false;
-    if (FileLinks::exists(staged) && digestOfChecked(staged) != newDigest)
-        return false;
-    if (FileLinks::exists(saved)) {
-        if (!hadOld || digestOfChecked(saved) != oldDigest)
-            return false;
-        if (FileLinks::exists(target)) {
-            const QString current = digestOfChecked(target);
-            if (current == oldDigest)
-                return true;
-            if (current != newDigest || !setNewFileAside(target, staged))
-                return false;
-        }
-        return move(saved, target);
-    }
-    if (!hadOld) {
-        if (!FileLinks::exists(target))
-            return true;
-        return digestOfChecked(target) == newDigest && setNewFileAside(target, staged);
-    }
-    return FileLinks::exists(target) && digestOfChecked(target) == oldDigest;
+    return PlannedFile { entry.value(QStringLiteral("path")).toString(), entry.value(QStringLiteral("new")).toString(),
+                         entry.value(QStringLiteral("hadOld")).toBool(), entry.value(QStringLiteral("old")).toString() };
 }
 
 } // namespace
@@ -213,6 +169,20 @@ bool rollbackEntry(const QJsonObject &entry, const QString &root, const QString 
 QString path(const QString &root)
 {
     return InstallationLocation::normalized(root) + QStringLiteral("/.install-transaction.json");
+}
+
+bool siblingNamed(const QString &candidate, const QString &root, const QString &marker, QString *suffix)
+{
+    const QFileInfo rootInfo(root);
+    const QFileInfo info(clean(candidate));
+    if (!InstallationLocation::same(info.path(), rootInfo.path()))
+        return false;
+    const QString prefix = rootInfo.fileName() + marker;
+    const QString name = info.fileName();
+    if (rootInfo.fileName().isEmpty() || !name.startsWith(prefix, Qt::CaseInsensitive))
+        return false;
+    *suffix = name.mid(prefix.size());
+    return true;
 }
 
 bool regular(const QString &path)
@@ -269,6 +239,46 @@ bool move(const QString &from, const QString &to)
     return true;
 }
 
+bool restoreFile(const PlannedFile &file, const QString &root, const QString &stage, const QString &backup)
+{
+    const QString target = under(root, file.path);
+    const QString staged = under(stage, file.path);
+    const QString saved = under(backup, file.path);
+    // Checked once here; the digests below read the same paths.
+    if (!regular({ target, staged, saved }))
+        return false;
+    if (FileLinks::exists(staged) && digestOfChecked(staged) != file.newDigest)
+        return false;
+    if (FileLinks::exists(saved)) {
+        if (!file.hadOld || digestOfChecked(saved) != file.oldDigest)
+            return false;
+        if (FileLinks::exists(target)) {
+            const QString current = digestOfChecked(target);
+            if (current == file.oldDigest)
+                return true;
+            if (current != file.newDigest || !setNewFileAside(target, staged))
+                return false;
+        }
+        return move(saved, target);
+    }
+    if (!file.hadOld) {
+        if (!FileLinks::exists(target))
+            return true;
+        return digestOfChecked(target) == file.newDigest && setNewFileAside(target, staged);
+    }
+    return FileLinks::exists(target) && digestOfChecked(target) == file.oldDigest;
+}
+
+bool writeDurably(const QString &target, const QByteArray &bytes, QString *reason)
+{
+    QSaveFile file(target);
+    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush()
+        && OverlayTransactionPlatform::flushToDisk(&file) && file.commit())
+        return true;
+    *reason = file.errorString();
+    return false;
+}
+
 bool save(const QJsonObject &record, QString *error)
 {
     const QString target = path(record.value(QStringLiteral("root")).toString());
@@ -281,13 +291,94 @@ bool save(const QJsonObject &record, QString *error)
             return fail(error, QStringLiteral("Unable to persist the installation recovery record: ") + root);
         DiskSteps::passed("make directory");
     }
-    QSaveFile file(target);
-    const QByteArray bytes = QJsonDocument(record).toJson(QJsonDocument::Compact);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush()
-        || !OverlayTransactionPlatform::flushToDisk(&file) || !file.commit())
-        return fail(error, QStringLiteral("Unable to persist the installation recovery record: ") + file.errorString());
+    QString reason;
+    if (!writeDurably(target, QJsonDocument(record).toJson(QJsonDocument::Compact), &reason))
+        return fail(error, QStringLiteral("Unable to persist the installation recovery record: ") + reason);
     DiskSteps::passed("save record");
     return true;
+}
+
+PlanOutcome planFiles(const QString &root, const QString &stage, QList<PlannedFile> *files, QStringList *created,
+                      QString *unreadable)
+{
+    struct Planned
+    {
+        PlannedFile file;
+        QString staged;
+        QString target;
+    };
+    QList<Planned> planned;
+    QSet<QString> createdSet;
+    QSet<QString> seenParents;
+    QDirIterator walk(stage, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                      QDirIterator::Subdirectories);
+    const QDir stageDir(stage);
+    while (walk.hasNext()) {
+        const QString entry = walk.next();
+        // The stage itself passed the full check; each entry below it is reached through
+        // entries already checked, so testing the entry itself covers every ancestor.
+        if (FileLinks::isLink(entry))
+            return PlanOutcome::LinkFound;
+        if (PlainEntries::isDirectory(walk.fileInfo()))
+            continue;
+        const QString relativePath = stageDir.relativeFilePath(entry);
+        if (!relative(relativePath))
+            return PlanOutcome::UnsafePath;
+        const QString target = under(root, relativePath);
+        planned.append(Planned { PlannedFile { relativePath, {}, FileLinks::exists(target), {} }, entry, target });
+        for (QString parent = QFileInfo(relativePath).path(); parent != QLatin1String(".");
+             parent = QFileInfo(parent).path()) {
+            if (seenParents.contains(parent))
+                break;
+            seenParents.insert(parent);
+            if (!FileLinks::exists(under(root, parent)))
+                createdSet.insert(parent);
+        }
+    }
+    // Reading and hashing every old and new file is most of the time spent here, and the files
+    // are independent: each core takes the next file until none is left.
+    std::atomic<qsizetype> next { 0 };
+    // Detached once here, so that no thread touches the list itself, only its own entries.
+    Planned *const entries = planned.data();
+    const qsizetype count = planned.size();
+    const auto digestRemaining = [entries, count, &next] {
+        for (qsizetype i = next++; i < count; i = next++) {
+            Planned &entry = entries[i];
+            entry.file.newDigest = digestOfChecked(entry.staged);
+            if (entry.file.hadOld)
+                entry.file.oldDigest = hash(entry.target);
+        }
+    };
+    std::vector<std::thread> helpers;
+    const int cores = std::clamp(QThread::idealThreadCount(), 1, 4);
+    for (int i = 1; i < cores && i * 64 < count; ++i) {
+        try {
+            helpers.emplace_back(digestRemaining);
+        } catch (const std::system_error &) {
+            break; // no more threads to be had: the ones running, this one included, do it all
+        }
+    }
+    digestRemaining();
+    for (std::thread &helper : helpers)
+        helper.join();
+
+    QList<PlannedFile> result;
+    result.reserve(planned.size());
+    for (const Planned &entry : std::as_const(planned)) {
+        if (entry.file.newDigest.isEmpty() || (entry.file.hadOld && entry.file.oldDigest.isEmpty())) {
+            *unreadable = entry.target;
+            return PlanOutcome::UnreadableFile;
+        }
+        result.append(entry.file);
+    }
+    std::sort(result.begin(), result.end(), [](const PlannedFile &a, const PlannedFile &b) {
+        return a.path.compare(b.path, Qt::CaseInsensitive) < 0;
+    });
+    QStringList createdList(createdSet.begin(), createdSet.end());
+    createdList.sort();
+    *files = result;
+    *created = createdList;
+    return PlanOutcome::Planned;
 }
 
 bool begin(const QString &root, const QString &stage, State *state, QString *error)
@@ -314,90 +405,28 @@ bool begin(const QString &root, const QString &stage, State *state, QString *err
         || !validRecordHeader(record, normalizedRoot))
         return fail(error, QStringLiteral("Unsafe installation transaction paths or user identity."));
 
-    struct Planned
-    {
-        QString relativePath;
-        QString staged;
-        QString target;
-        bool hadOld = false;
-        QString newDigest;
-        QString oldDigest;
-    };
-    QList<Planned> planned;
-    QSet<QString> created;
-    QSet<QString> seenParents;
-    QDirIterator walk(normalizedStage, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                      QDirIterator::Subdirectories);
-    const QDir stageDir(normalizedStage);
-    while (walk.hasNext()) {
-        const QString entry = walk.next();
-        // The stage itself passed the full check; each entry below it is reached through
-        // entries already checked, so testing the entry itself covers every ancestor.
-        if (FileLinks::isLink(entry))
-            return fail(error, QStringLiteral("The payload contains a directory link."));
-        if (PlainEntries::isDirectory(walk.fileInfo()))
-            continue;
-        const QString relativePath = stageDir.relativeFilePath(entry);
-        if (!relative(relativePath))
-            return fail(error, QStringLiteral("The payload contains an unsafe file path."));
-        const QString target = under(normalizedRoot, relativePath);
-        planned.append(Planned { relativePath, entry, target, FileLinks::exists(target), {}, {} });
-        for (QString parent = QFileInfo(relativePath).path(); parent != QLatin1String(".");
-             parent = QFileInfo(parent).path()) {
-            if (seenParents.contains(parent))
-                break;
-            seenParents.insert(parent);
-            if (!FileLinks::exists(under(normalizedRoot, parent)))
-                created.insert(parent);
-        }
+    QList<PlannedFile> planned;
+    QStringList createdList;
+    QString unreadable;
+    switch (planFiles(normalizedRoot, normalizedStage, &planned, &createdList, &unreadable)) {
+    case PlanOutcome::Planned:
+        break;
+    case PlanOutcome::LinkFound:
+        return fail(error, QStringLiteral("The payload contains a directory link."));
+    case PlanOutcome::UnsafePath:
+        return fail(error, QStringLiteral("The payload contains an unsafe file path."));
+    case PlanOutcome::UnreadableFile:
+        return fail(error, QStringLiteral("Unable to verify transaction file: ") + unreadable);
     }
-    // Reading and hashing every old and new file is most of the time spent here, and the files
-    // are independent: each core takes the next file until none is left.
-    std::atomic<qsizetype> next { 0 };
-    // Detached once here, so that no thread touches the list itself, only its own entries.
-    Planned *const entries = planned.data();
-    const qsizetype count = planned.size();
-    const auto digestRemaining = [entries, count, &next] {
-        for (qsizetype i = next++; i < count; i = next++) {
-            Planned &file = entries[i];
-            file.newDigest = digestOfChecked(file.staged);
-            if (file.hadOld)
-                file.oldDigest = hash(file.target);
-        }
-    };
-    std::vector<std::thread> helpers;
-    const int cores = std::clamp(QThread::idealThreadCount(), 1, 4);
-    for (int i = 1; i < cores && i * 64 < count; ++i) {
-        try {
-            helpers.emplace_back(digestRemaining);
-        } catch (const std::system_error &) {
-            break; // no more threads to be had: the ones running, this one included, do it all
-        }
-    }
-    digestRemaining();
-    for (std::thread &helper : helpers)
-        helper.join();
-
-    QList<QJsonObject> files;
-    files.reserve(planned.size());
-    for (const Planned &file : std::as_const(planned)) {
-        if (file.newDigest.isEmpty() || (file.hadOld && file.oldDigest.isEmpty()))
-            return fail(error, QStringLiteral("Unable to verify transaction file: ") + file.target);
-        files.append(QJsonObject {
-            { QStringLiteral("path"), file.relativePath },
+    QJsonArray fileArray;
+    for (const PlannedFile &file : std::as_const(planned)) {
+        fileArray.append(QJsonObject {
+            { QStringLiteral("path"), file.path },
             { QStringLiteral("new"), file.newDigest },
             { QStringLiteral("hadOld"), file.hadOld },
             { QStringLiteral("old"), file.oldDigest },
         });
     }
-    std::sort(files.begin(), files.end(), [](const QJsonObject &a, const QJsonObject &b) {
-        return a.value(QStringLiteral("path")).toString().compare(b.value(QStringLiteral("path")).toString(), Qt::CaseInsensitive) < 0;
-    });
-    QStringList createdList(created.begin(), created.end());
-    createdList.sort();
-    QJsonArray fileArray;
-    for (const QJsonObject &file : std::as_const(files))
-        fileArray.append(file);
     record.insert(QStringLiteral("files"), fileArray);
     record.insert(QStringLiteral("created"), QJsonArray::fromStringList(createdList));
     if (!snapshotMetadata(&record, error) || !save(record, error))
@@ -473,7 +502,7 @@ bool rollback(State *state, QString *error)
     const QJsonArray files = record.value(QStringLiteral("files")).toArray();
     bool complete = true;
     for (qsizetype i = files.size() - 1; i >= 0; --i) {
-        if (!rollbackEntry(files.at(i).toObject(), root, stage, backup)) {
+        if (!restoreFile(plannedFile(files.at(i).toObject()), root, stage, backup)) {
             InstallerLogger::write(QStringLiteral("Recovery entry failed: path=%1").arg(files.at(i).toObject().value(QStringLiteral("path")).toString()));
             complete = false;
         }

@@ -14,6 +14,9 @@ namespace OverlayTransactionPlatform {
 // Renames a file or directory; fails when `to` exists or lies on another volume. Never copies.
 bool moveEntry(const QString &from, const QString &to);
 
+// Gives a file the hidden attribute (records are not the user's files); the host has none.
+bool hideFile(const QString &path);
+
 // Pushes the file's written data through the operating system's cache to the disk.
 bool flushToDisk(QFileDevice *file);
 

@@ -26,6 +26,11 @@ bool moveEntry(const QString &from, const QString &to)
     return !FileLinks::exists(to) && ::rename(source.constData(), target.constData()) == 0;
 }
 
+bool hideFile(const QString &)
+{
+    return true;
+}
+
 bool flushToDisk(QFileDevice *file)
 {
     return file->handle() >= 0 && ::fsync(file->handle()) == 0;

@@ -48,6 +48,15 @@ bool moveEntry(const QString &from, const QString &to)
                        MOVEFILE_WRITE_THROUGH) != 0;
 }
 
+bool hideFile(const QString &path)
+{
+    const std::wstring native = QDir::toNativeSeparators(path).toStdWString();
+    const DWORD attributes = GetFileAttributesW(native.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT))
+        return false;
+    return (attributes & FILE_ATTRIBUTE_HIDDEN) || SetFileAttributesW(native.c_str(), attributes | FILE_ATTRIBUTE_HIDDEN);
+}
+
 bool flushToDisk(QFileDevice *file)
 {
     const int descriptor = file->handle();

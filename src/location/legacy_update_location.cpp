@@ -32,13 +32,8 @@ QString recordedDirectory(const Registration &registration)
         if (!value.isEmpty())
             return InstallationLocation::normalized(value);
     }
-    static const QRegularExpression command(QStringLiteral("^\\s*(?:\"([^\"]+)\"|(.+?\\.exe))(?:\\s|$)"),
-                                            QRegularExpression::CaseInsensitiveOption);
-    const QRegularExpressionMatch match = command.match(settings.value(QStringLiteral("UninstallString")).toString());
-    if (!match.hasMatch())
-        return {};
-    const QString program = match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
-    return InstallationLocation::parentOf(InstallationLocation::normalized(program));
+    const QString program = uninstallProgram(settings.value(QStringLiteral("UninstallString")).toString());
+    return program.isEmpty() ? QString() : InstallationLocation::parentOf(program);
 }
 
 // Whether an update may install from this installation into its target, however the installation
@@ -67,6 +62,16 @@ bool candidateCounts(const QString &candidate)
 }
 
 } // namespace
+
+QString uninstallProgram(const QString &uninstallString)
+{
+    static const QRegularExpression command(QStringLiteral("^\\s*(?:\"([^\"]+)\"|(.+?\\.exe))(?:\\s|$)"),
+                                            QRegularExpression::CaseInsensitiveOption);
+    const QRegularExpressionMatch match = command.match(uninstallString);
+    if (!match.hasMatch())
+        return {};
+    return InstallationLocation::normalized(match.captured(1).isEmpty() ? match.captured(2) : match.captured(1));
+}
 
 QList<Registration> registrations()
 {

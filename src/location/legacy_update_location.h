@@ -22,6 +22,8 @@ struct Result
 };
 
 QList<Registration> registrations();
+// The program an "UninstallString" command line starts, normalized, or empty.
+QString uninstallProgram(const QString &uninstallString);
 QString fromCaller(const QString &callerExecutable);
 bool validSourceTarget(const QString &source, const QString &target);
 Result discover(const QString &callerExecutable, const QString &chosenDirectory,

@@ -5,6 +5,7 @@
 #include "extract/archive_extractor.h"
 #include "finalize/in_place_install.h"
 #include "finalize/installer_finalizer.h"
+#include "journal/legacy_migration.h"
 #include "location/installation_identity.h"
 #include "location/installation_location.h"
 #include "system/file_links.h"
@@ -96,6 +97,7 @@ InstallationFlow::InstallationFlow(MainWindow *window, const InstallerLaunch::Op
     connect(m_finalizer, &InstallerFinalizer::stageChanged, m_window, &MainWindow::setStatusText);
     connect(m_finalizer, &InstallerFinalizer::progressChanged, this, &InstallationFlow::finalizationProgress);
     connect(m_finalizer, &InstallerFinalizer::completed, this, &InstallationFlow::finalizationCompleted);
+    connect(m_finalizer, &InstallerFinalizer::migrationNotice, this, [this](const QString &notice) { m_migrationNotices.append(notice); });
     connect(m_finalizer, &InstallerFinalizer::failed, this, &InstallationFlow::handleInstallationFailure);
     connect(m_window, &MainWindow::installRequested, this, [this] {
         if (!m_busy && m_phase != Phase::Done)
@@ -458,6 +460,20 @@ void InstallationFlow::finalizationCompleted()
     setClosePermitted(true);
     if (m_window->launchAfterInstall())
         launchInstalledApplication();
+    showMigrationNotices();
+}
+
+void InstallationFlow::showMigrationNotices()
+{
+    if (m_migrationNotices.isEmpty())
+        return;
+    InstallerLogger::write(QStringLiteral("Showing legacy migration notices: %1").arg(m_migrationNotices.size()));
+    // Beside the Done page rather than in its way: the installation has succeeded either way.
+    auto *box = new QMessageBox(QMessageBox::Information, tr("Earlier installation migrated"),
+                                m_migrationNotices.join(QStringLiteral("\n\n")), QMessageBox::Ok, m_window);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+    m_migrationNotices.clear();
 }
 
 void InstallationFlow::launchInstalledApplication()
@@ -649,12 +665,13 @@ void InstallationFlow::cleanupStagingAsync(const QString &path, bool thenQuit)
         return;
     }
     const QString journal = m_destination + QLatin1Char('/') + TransactionJournal;
+    const QString destination = m_destination;
     QPointer<InstallationFlow> self(this);
-    QThreadPool::globalInstance()->start([self, path, journal, thenQuit] {
+    QThreadPool::globalInstance()->start([self, path, journal, destination, thenQuit] {
         bool removed = false;
         if (!QFileInfo(path).fileName().contains(StagingMarker)) {
             InstallerLogger::write(QStringLiteral("Refusing to clean unexpected staging path: %1").arg(native(path)));
-        } else if (QFileInfo::exists(journal)) {
+        } else if (QFileInfo::exists(journal) || LegacyMigration::needsRecovery(destination)) {
             // An unfinished transaction may still need these files to put the old version back.
             InstallerLogger::write(QStringLiteral("Keeping staging files for legacy migration recovery: %1").arg(native(path)));
             if (thenQuit)

@@ -93,6 +93,7 @@ private:
     void preparationFinished(bool ok, const QString &message);
     void finalizationProgress(int percent);
     void finalizationCompleted();
+    void showMigrationNotices();
     void launchInstalledApplication();
     void handleInstallationFailure(const QString &message);
     void handleDownloadFailure(const QString &message, const QUrl &fullPackageUrl);
@@ -126,6 +127,7 @@ private:
     QString m_version;
     QStringList m_files;
     QStringList m_directories;
+    QStringList m_migrationNotices; // what the migration of an earlier installation tells the user
     int m_overall = 0;
     bool m_resetProgress = false;
     bool m_busy = false;

@@ -33,6 +33,13 @@ private slots:
     void metadataIsRestoredUnlessTakenOver();
 #endif
 
+    void migrationCleanup_data();
+    void migrationCleanup();
+    void hostileMigrationRecordsAreKept_data();
+    void hostileMigrationRecordsAreKept();
+    void migrationCrashEndsOldOrNew_data();
+    void migrationCrashEndsOldOrNew();
+
     void crashAtEveryStepEndsOldOrNew_data();
     void crashAtEveryStepEndsOldOrNew();
     void cleanupTestCase();

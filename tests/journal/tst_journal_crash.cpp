@@ -4,6 +4,7 @@
 // itself interrupted are covered the same way.
 #include "tst_journal.h"
 
+#include "crash_child_run.h"
 #include "journal/overlay_transaction.h"
 #include "tree_fixture.h"
 
@@ -12,20 +13,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
-
-namespace {
-
-enum class Scenario { Install, FirstInstall, CancelledInstall, InterruptedRecovery };
-
-struct ChildRun
-{
-    bool finished = false;
-    bool died = false;
-    int exitCode = -1;
-    QString error; // empty unless QProcess reported one (failed to start, timed out)
-    qint64 elapsedMs = 0;
-    QStringList steps;
-};
 
 ChildRun runChild(const QStringList &arguments, const QString &stepsPath)
 {
@@ -50,7 +37,6 @@ ChildRun runChild(const QStringList &arguments, const QString &stepsPath)
     return run;
 }
 
-// What a child run did, for a failure message: whether it ended, how, and how far it got.
 QString described(const ChildRun &run)
 {
     return QStringLiteral("finished=%1 exitCode=%2 steps=%3 last=%4 elapsed=%5ms error=%6")
@@ -61,6 +47,10 @@ QString described(const ChildRun &run)
         .arg(run.elapsedMs)
         .arg(run.error.isEmpty() ? QStringLiteral("none") : run.error);
 }
+
+namespace {
+
+enum class Scenario { Install, FirstInstall, CancelledInstall, InterruptedRecovery };
 
 class CrashRun
 {
