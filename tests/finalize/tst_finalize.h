@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QList>
 #include <QObject>
+
+class QProcess;
 
 class FinalizeTest : public QObject
 {
@@ -17,11 +20,36 @@ private slots:
     void historicalBackups();
     void removalsNeverFollowALink_data();
     void removalsNeverFollowALink();
+    void finalizes_data();
+    void finalizes();
+    void optionalStepFailuresStillComplete_data();
+    void optionalStepFailuresStillComplete();
+    void cancelAndCommitExcludeEachOther();
+    void anUpdateListsEarlierFilesAndDropsVersionsNothingUses();
+    void stopsBeforeTheCommit_data();
+    void stopsBeforeTheCommit();
+    void workerThreadsEndCleanly_data();
+    void workerThreadsEndCleanly();
+    void classification_data();
+    void classification();
+    void versionDirectoriesAreSearched();
+    void eachPathCountsOnce();
+    void nothingRunningReturnsAtOnce();
 #ifdef Q_OS_WIN
+    void registrationsReplaceAnOlderInstallersOrComeBack_data();
+    void registrationsReplaceAnOlderInstallersOrComeBack();
+    void stopsOnlyTheProductsOwnProcesses();
+    void neverStopsTheInstallerItself();
+    void aLockedExecutableFailsWithinTheDeadline();
     void systemActions_data();
     void systemActions();
     void systemActionsUseTheRealWindowsDirectoryByDefault();
     void maintenanceServiceSetup_data();
     void maintenanceServiceSetup();
+    void cleanup();
+
+private:
+    QProcess *startAs(const QString &path);
+    QList<QProcess *> m_started;
 #endif
 };

@@ -1,3 +1,4 @@
+#include "tst_finalize.h"
 #include "finalize/installation_processes.h"
 
 #include <QDir>
@@ -24,31 +25,7 @@ void touch(const QString &path)
 
 } // namespace
 
-class PreparationTest : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void classification_data();
-    void classification();
-    void versionDirectoriesAreSearched();
-    void eachPathCountsOnce();
-    void nothingRunningReturnsAtOnce();
-#ifdef Q_OS_WIN
-    void stopsOnlyTheProductsOwnProcesses();
-    void neverStopsTheInstallerItself();
-    void aLockedExecutableFailsWithinTheDeadline();
-
-private:
-    QProcess *startAs(const QString &path);
-    QList<QProcess *> m_started;
-
-private slots:
-    void cleanup();
-#endif
-};
-
-void PreparationTest::classification_data()
+void FinalizeTest::classification_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<bool>("required");
@@ -63,14 +40,14 @@ void PreparationTest::classification_data()
     QTest::newRow("anything else of the other root") << "D:/Old/Brisa/brisalinker.exe" << false;
 }
 
-void PreparationTest::classification()
+void FinalizeTest::classification()
 {
     QFETCH(QString, path);
     QFETCH(bool, required);
     QCOMPARE(isRequired(path, QStringLiteral("C:/Apps/BrisaLinker"), QStringLiteral("D:/Old/Brisa")), required);
 }
 
-void PreparationTest::versionDirectoriesAreSearched()
+void FinalizeTest::versionDirectoriesAreSearched()
 {
     QTemporaryDir temp;
     for (const QString &name : { "1.4.20", "7", "1.x", "2.0" })
@@ -87,14 +64,14 @@ void PreparationTest::versionDirectoriesAreSearched()
     QCOMPARE(paths.size(), 4 + 2 * 3);
 }
 
-void PreparationTest::eachPathCountsOnce()
+void FinalizeTest::eachPathCountsOnce()
 {
     const QStringList paths = installationExecutablePaths(QStringLiteral("C:/Apps/BrisaLinker"), QStringLiteral("c:\\apps\\brisalinker\\"), false);
     QCOMPARE(paths.size(), 4);
     QCOMPARE(normalizedWindowsPath(QStringLiteral("C:/Apps/./X/../BrisaLinker//Updater.EXE")), QStringLiteral("c:\\apps\\brisalinker\\updater.exe"));
 }
 
-void PreparationTest::nothingRunningReturnsAtOnce()
+void FinalizeTest::nothingRunningReturnsAtOnce()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
@@ -111,7 +88,7 @@ void PreparationTest::nothingRunningReturnsAtOnce()
 
 #ifdef Q_OS_WIN
 
-QProcess *PreparationTest::startAs(const QString &path)
+QProcess *FinalizeTest::startAs(const QString &path)
 {
     QDir().mkpath(QFileInfo(path).path());
     QFile::remove(path);
@@ -125,7 +102,7 @@ QProcess *PreparationTest::startAs(const QString &path)
     return process;
 }
 
-void PreparationTest::cleanup()
+void FinalizeTest::cleanup()
 {
     for (QProcess *process : std::as_const(m_started)) {
         process->kill();
@@ -135,7 +112,7 @@ void PreparationTest::cleanup()
     m_started.clear();
 }
 
-void PreparationTest::stopsOnlyTheProductsOwnProcesses()
+void FinalizeTest::stopsOnlyTheProductsOwnProcesses()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
@@ -157,7 +134,7 @@ void PreparationTest::stopsOnlyTheProductsOwnProcesses()
     QVERIFY(!isProcessRunningAtPath(root + QStringLiteral("/brisalinker.exe")));
 }
 
-void PreparationTest::neverStopsTheInstallerItself()
+void FinalizeTest::neverStopsTheInstallerItself()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
@@ -171,7 +148,7 @@ void PreparationTest::neverStopsTheInstallerItself()
     QCOMPARE(installer->state(), QProcess::Running);
 }
 
-void PreparationTest::aLockedExecutableFailsWithinTheDeadline()
+void FinalizeTest::aLockedExecutableFailsWithinTheDeadline()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
@@ -195,6 +172,3 @@ void PreparationTest::aLockedExecutableFailsWithinTheDeadline()
 }
 
 #endif
-
-QTEST_GUILESS_MAIN(PreparationTest)
-#include "tst_preparation.moc"

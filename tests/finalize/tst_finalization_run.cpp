@@ -1,3 +1,4 @@
+#include "tst_finalize.h"
 #include "finalize/installer_finalizer.h"
 #include "finalize/thread_exit_order.h"
 #include "support/log_capture.h"
@@ -122,28 +123,7 @@ void forgetRegistrations();
 
 } // namespace
 
-class FinalizerTest : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void finalizes_data();
-    void finalizes();
-    void optionalStepFailuresStillComplete_data();
-    void optionalStepFailuresStillComplete();
-    void cancelAndCommitExcludeEachOther();
-    void anUpdateListsEarlierFilesAndDropsVersionsNothingUses();
-#ifdef Q_OS_WIN
-    void registrationsReplaceAnOlderInstallersOrComeBack_data();
-    void registrationsReplaceAnOlderInstallersOrComeBack();
-#endif
-    void stopsBeforeTheCommit_data();
-    void stopsBeforeTheCommit();
-    void workerThreadsEndCleanly_data();
-    void workerThreadsEndCleanly();
-};
-
-void FinalizerTest::finalizes_data()
+void FinalizeTest::finalizes_data()
 {
     QTest::addColumn<bool>("completePackage");
     QTest::addColumn<bool>("existing");
@@ -164,7 +144,7 @@ void FinalizerTest::finalizes_data()
         << true << true << false << "Unable to replace installation files." << true;
 }
 
-void FinalizerTest::finalizes()
+void FinalizeTest::finalizes()
 {
     QFETCH(bool, completePackage);
     QFETCH(bool, existing);
@@ -243,7 +223,7 @@ void FinalizerTest::finalizes()
     QCOMPARE(siblings, QStringList { QStringLiteral("BrisaLinker") });
 }
 
-void FinalizerTest::optionalStepFailuresStillComplete_data()
+void FinalizeTest::optionalStepFailuresStillComplete_data()
 {
     QTest::addColumn<QString>("extraFile");
     QTest::addColumn<QStringList>("lines"); // in this order, each the start of a logged line; %1 the root
@@ -273,7 +253,7 @@ void FinalizerTest::optionalStepFailuresStillComplete_data()
                          "Running virtual camera and firewall actions as administrator.", "Installation finalized; showing Done: %1" };
 }
 
-void FinalizerTest::optionalStepFailuresStillComplete()
+void FinalizeTest::optionalStepFailuresStillComplete()
 {
     QFETCH(QString, extraFile);
     QFETCH(QStringList, lines);
@@ -315,7 +295,7 @@ void FinalizerTest::optionalStepFailuresStillComplete()
     }
 }
 
-void FinalizerTest::anUpdateListsEarlierFilesAndDropsVersionsNothingUses()
+void FinalizeTest::anUpdateListsEarlierFilesAndDropsVersionsNothingUses()
 {
     QTemporaryDir temp;
     const QString install = temp.filePath(QStringLiteral("Apps/BrisaLinker"));
@@ -351,7 +331,7 @@ void FinalizerTest::anUpdateListsEarlierFilesAndDropsVersionsNothingUses()
     QVERIFY(!lines.contains("notes.txt"));
 }
 
-void FinalizerTest::cancelAndCommitExcludeEachOther()
+void FinalizeTest::cancelAndCommitExcludeEachOther()
 {
     InstallerFinalizer finalizer;
     QVERIFY(finalizer.beginCommitPhase());
@@ -425,7 +405,7 @@ void forgetRegistrations()
 
 } // namespace
 
-void FinalizerTest::registrationsReplaceAnOlderInstallersOrComeBack_data()
+void FinalizeTest::registrationsReplaceAnOlderInstallersOrComeBack_data()
 {
     QTest::addColumn<QString>("cancelAt");
     QTest::addColumn<bool>("entryElsewhere");
@@ -438,7 +418,7 @@ void FinalizerTest::registrationsReplaceAnOlderInstallersOrComeBack_data()
         << "Creating shortcuts..." << true;
 }
 
-void FinalizerTest::registrationsReplaceAnOlderInstallersOrComeBack()
+void FinalizeTest::registrationsReplaceAnOlderInstallersOrComeBack()
 {
     QFETCH(QString, cancelAt);
     QFETCH(bool, entryElsewhere);
@@ -503,7 +483,7 @@ void FinalizerTest::registrationsReplaceAnOlderInstallersOrComeBack()
 }
 #endif
 
-void FinalizerTest::stopsBeforeTheCommit_data()
+void FinalizeTest::stopsBeforeTheCommit_data()
 {
     QTest::addColumn<int>("at");
     QTest::addColumn<bool>("commitBlocked");
@@ -517,7 +497,7 @@ void FinalizerTest::stopsBeforeTheCommit_data()
         << 95 << true << "Unable to prepare installation recovery.\nUnable to persist the installation recovery record: ";
 }
 
-void FinalizerTest::stopsBeforeTheCommit()
+void FinalizeTest::stopsBeforeTheCommit()
 {
     QFETCH(int, at);
     QFETCH(bool, commitBlocked);
@@ -563,14 +543,14 @@ void FinalizerTest::stopsBeforeTheCommit()
         QVERIFY(!QFileInfo::exists(record));
 }
 
-void FinalizerTest::workerThreadsEndCleanly_data()
+void FinalizeTest::workerThreadsEndCleanly_data()
 {
     QTest::addColumn<int>("use");
     QTest::newRow("a thread-local object is destroyed before its storage is released") << int(WorkerUse::ThreadLocalObject);
     QTest::newRow("a regular expression matched on a worker leaves the runtime usable") << int(WorkerUse::RegularExpression);
 }
 
-void FinalizerTest::workerThreadsEndCleanly()
+void FinalizeTest::workerThreadsEndCleanly()
 {
     QFETCH(int, use);
     QVERIFY(ThreadExitOrder::arranged());
@@ -595,6 +575,3 @@ void FinalizerTest::workerThreadsEndCleanly()
         QVERIFY(matched.load());
     QVERIFY2(runtimeKeysUsable(), "a thread-specific key could not be made after the worker ended");
 }
-
-QTEST_GUILESS_MAIN(FinalizerTest)
-#include "tst_finalizer.moc"
