@@ -26,8 +26,6 @@ private slots:
     void optionalStepFailuresStillComplete();
     void cancelAndCommitExcludeEachOther();
     void anUpdateListsEarlierFilesAndDropsVersionsNothingUses();
-    void stopsBeforeTheCommit_data();
-    void stopsBeforeTheCommit();
     void workerThreadsEndCleanly_data();
     void workerThreadsEndCleanly();
     void classification_data();
@@ -35,6 +33,9 @@ private slots:
     void versionDirectoriesAreSearched();
     void eachPathCountsOnce();
     void nothingRunningReturnsAtOnce();
+    void crashAtEveryChangeEndsOldOrNew_data();
+    void crashAtEveryChangeEndsOldOrNew();
+    void cleanupTestCase();
 #ifdef Q_OS_WIN
     void registrationsReplaceAnOlderInstallersOrComeBack_data();
     void registrationsReplaceAnOlderInstallersOrComeBack();
@@ -48,7 +49,11 @@ private slots:
     void maintenanceServiceSetup();
     void cleanup();
 
+#endif
+
 private:
+    int m_crashPoints = 0;
+#ifdef Q_OS_WIN
     QProcess *startAs(const QString &path);
     QList<QProcess *> m_started;
 #endif

@@ -1,5 +1,6 @@
 #include "tst_finalize.h"
 #include "finalize/installation_processes.h"
+#include "support/tree_fixture.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -13,17 +14,6 @@
 #endif
 
 using namespace InstallationProcesses;
-
-namespace {
-
-void touch(const QString &path)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-}
-
-} // namespace
 
 void FinalizeTest::classification_data()
 {
@@ -75,8 +65,7 @@ void FinalizeTest::nothingRunningReturnsAtOnce()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
-    touch(root + QStringLiteral("/brisalinker.exe"));
-    touch(root + QStringLiteral("/updater.exe"));
+    QVERIFY(TreeFixture::write(root + QStringLiteral("/brisalinker.exe"), {}) && TreeFixture::write(root + QStringLiteral("/updater.exe"), {}));
     QElapsedTimer timer;
     timer.start();
     QString error;
@@ -153,7 +142,7 @@ void FinalizeTest::aLockedExecutableFailsWithinTheDeadline()
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
     const QString updater = root + QStringLiteral("/updater.exe");
-    touch(updater);
+    QVERIFY(TreeFixture::write(updater, {}));
     // Held open without sharing, as a process outside our reach would.
     const HANDLE held = CreateFileW(reinterpret_cast<const wchar_t *>(QDir::toNativeSeparators(updater).utf16()), GENERIC_READ, 0,
                                     nullptr, OPEN_EXISTING, 0, nullptr);

@@ -32,11 +32,4 @@ private slots:
     void metadataIsRestoredUnlessTakenOver_data();
     void metadataIsRestoredUnlessTakenOver();
 #endif
-
-    void crashAtEveryStepEndsOldOrNew_data();
-    void crashAtEveryStepEndsOldOrNew();
-    void cleanupTestCase();
-
-private:
-    int m_crashPoints = 0;
 };
