@@ -86,6 +86,8 @@ private:
         // Without the system's programs the optional actions after the commit are quick warnings.
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("WINDIR"), QDir::toNativeSeparators(m_base));
+        // The uninstall list orders its directories by hash; every run the same way.
+        environment.insert(QStringLiteral("QT_HASH_SEED"), QStringLiteral("0"));
         child.setProcessEnvironment(environment);
         child.start(QStringLiteral(BRISA_FINALIZATION_CRASH_CHILD), arguments);
         ChildRun result;
@@ -212,7 +214,8 @@ void FinalizeTest::crashAtEveryChangeEndsOldOrNew()
             CrashRun run(base, existing);
             QVERIFY(run.ready());
             const ChildRun crashed = run.install(point, cancelAt);
-            QVERIFY2(crashed.died, qPrintable(QStringLiteral("no crash at step %1 (%2)").arg(point).arg(steps.at(point - 1))));
+            QVERIFY2(crashed.died, qPrintable(QStringLiteral("no crash at step %1 (%2): exit %3 after %4")
+                                                  .arg(point).arg(steps.at(point - 1)).arg(crashed.exitCode).arg(crashed.steps.join(QLatin1Char(',')))));
             QCOMPARE(run.recover(0).exitCode, 0);
             const QString wrong = verdict(run, after, cancelAt == 0 && point >= commit);
             QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("crash after step %1 (%2): %3").arg(point).arg(steps.at(point - 1), wrong)));
