@@ -1,7 +1,7 @@
 #include "finalize/in_place_install.h"
 
 #include "app/installer_logger.h"
-#include "journal/disk_steps.h"
+#include "system/change_steps.h"
 #include "journal/overlay_transaction.h"
 #include "journal/plain_entries.h"
 #include "system/file_links.h"
@@ -79,7 +79,7 @@ bool makePath(const QString &path)
         return true;
     if (!QDir().mkpath(path))
         return false;
-    DiskSteps::passed("make directory");
+    ChangeSteps::passed("make directory");
     return true;
 }
 
@@ -129,7 +129,7 @@ bool ensureParents(const QString &installDir, const QString &relativePath, Overl
         }
         if (!QDir().mkdir(current))
             return false;
-        DiskSteps::passed("make directory");
+        ChangeSteps::passed("make directory");
         state->createdDirectories.append(current);
     }
     return true;
@@ -214,11 +214,11 @@ bool rollbackStagedFiles(const QString &stagingDir, const QString &installDir, c
             complete = false;
             continue;
         }
-        DiskSteps::passed("remove directory");
+        ChangeSteps::passed("remove directory");
     }
     if (state.createdInstallRoot) {
         if (QDir().rmdir(installDir)) {
-            DiskSteps::passed("remove directory");
+            ChangeSteps::passed("remove directory");
             return complete;
         }
         complete = false;
@@ -226,7 +226,7 @@ bool rollbackStagedFiles(const QString &stagingDir, const QString &installDir, c
     if (complete && state.createdBackupRoot && QFileInfo(backupDir).isDir()) {
         if (!OverlayTransaction::regular(backupDir) || !removeDirectoryTree(backupDir))
             return false;
-        DiskSteps::passed("remove directory tree");
+        ChangeSteps::passed("remove directory tree");
     }
     return complete;
 }

@@ -1,6 +1,6 @@
 #include "finalize/in_place_install.h"
 
-#include "journal/disk_steps.h"
+#include "system/change_steps.h"
 #include "system/handles_win.h"
 
 #include <QDir>
@@ -35,7 +35,7 @@ bool setDirectoryHidden(const QString &directory, bool hidden)
         return true;
     if (!SetFileAttributesW(wideChars(QDir::toNativeSeparators(directory)), wanted))
         return false;
-    DiskSteps::passed("set attributes");
+    ChangeSteps::passed("set attributes");
     return true;
 }
 

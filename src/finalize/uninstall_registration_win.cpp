@@ -1,6 +1,7 @@
 #include "finalize/uninstall_registration.h"
 
 #include "location/installation_location.h"
+#include "system/change_steps.h"
 #include "system/desktop_user.h"
 #include "system/handles_win.h"
 
@@ -31,15 +32,27 @@ std::wstring userEntry()
     return sid.isEmpty() ? std::wstring() : sid.toStdWString() + L"\\" + entryPath;
 }
 
+// Every value written or deleted is a change a crash may follow.
+LSTATUS changed(LSTATUS status)
+{
+    if (status == ERROR_SUCCESS)
+        ChangeSteps::passed("write uninstall value");
+    return status;
+}
+
+LSTATUS setValue(HKEY key, const wchar_t *name, DWORD type, const void *data, DWORD size)
+{
+    return changed(RegSetValueExW(key, name, 0, type, static_cast<const BYTE *>(data), size));
+}
+
 LSTATUS setString(HKEY key, const wchar_t *name, const QString &text)
 {
-    return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE *>(text.utf16()),
-                          DWORD((text.size() + 1) * sizeof(wchar_t)));
+    return setValue(key, name, REG_SZ, text.utf16(), DWORD((text.size() + 1) * sizeof(wchar_t)));
 }
 
 LSTATUS setNumber(HKEY key, const wchar_t *name, DWORD number)
 {
-    return RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE *>(&number), sizeof(number));
+    return setValue(key, name, REG_DWORD, &number, sizeof(number));
 }
 
 } // namespace
@@ -73,11 +86,14 @@ bool UninstallRegistration::write(const QString &version, const QString &install
     if (!m_captured || path.empty())
         return report(error, QStringLiteral("The uninstall registration was not captured."));
     HKEY raw = nullptr;
-    LSTATUS status = RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, nullptr);
+    DWORD disposition = 0;
+    LSTATUS status = RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, &disposition);
     if (status != ERROR_SUCCESS)
         return report(error, QStringLiteral("Windows=%1").arg(status));
     const UniqueRegistryKey key(raw);
     m_written = true;
+    if (disposition == REG_CREATED_NEW_KEY)
+        ChangeSteps::passed("create uninstall key");
     const QString root = QDir::toNativeSeparators(InstallationLocation::normalized(installDir));
     const auto text = [&](const wchar_t *name, const QString &value) {
         if (status == ERROR_SUCCESS)
@@ -86,8 +102,7 @@ bool UninstallRegistration::write(const QString &version, const QString &install
     const auto removed = [&](const wchar_t *name) {
         if (status == ERROR_SUCCESS) {
             status = RegDeleteValueW(key.get(), name);
-            if (status == ERROR_FILE_NOT_FOUND)
-                status = ERROR_SUCCESS;
+            status = status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : changed(status);
         }
     };
     text(L"DisplayName", QStringLiteral("Brisa-Linker"));
@@ -147,5 +162,7 @@ long UninstallRegistration::retireMachineEntry(const QString &root, const QStrin
     if (deleted != ERROR_SUCCESS && deleted != ERROR_FILE_NOT_FOUND)
         return deleted;
     const LSTATUS removed = RegDeleteKeyExW(uninstall.get(), L"BrisaLinker", KEY_WOW64_64KEY, 0);
+    if (removed == ERROR_SUCCESS)
+        ChangeSteps::passed("retire machine entry");
     return removed == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : removed;
 }

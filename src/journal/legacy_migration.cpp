@@ -1,7 +1,7 @@
 #include "journal/legacy_migration.h"
 
 #include "app/installer_logger.h"
-#include "journal/disk_steps.h"
+#include "system/change_steps.h"
 #include "journal/legacy_migration_record.h"
 #include "journal/overlay_transaction.h"
 #include "journal/overlay_transaction_platform.h"
@@ -196,14 +196,14 @@ void removeIfNoFiles(const QString &directory)
             return;
     }
     if (FileLinks::removeTree(directory))
-        DiskSteps::passed("remove directory");
+        ChangeSteps::passed("remove directory");
 }
 
 bool removeDirectoryIfEmpty(const QString &directory)
 {
     if (!OverlayTransaction::regular(directory) || !QDir().rmdir(directory))
         return false;
-    DiskSteps::passed("remove directory");
+    ChangeSteps::passed("remove directory");
     return true;
 }
 
@@ -226,7 +226,7 @@ bool restoreRegistration(const QJsonObject &record, const QString &root, QString
                                         : UserRegistry::replaceValues(RecordFormat::uninstallSubkey(), saved);
     if (status != 0)
         return RecordFormat::fail(error, QStringLiteral("Unable to restore the previous uninstall registration."));
-    DiskSteps::passed("restore registration");
+    ChangeSteps::passed("restore registration");
     return true;
 }
 
@@ -265,12 +265,12 @@ bool save(const QJsonObject &record, QString *error)
     if (!QFileInfo(root).isDir()) {
         if (!QDir().mkpath(root))
             return RecordFormat::fail(error, QStringLiteral("Unable to save the legacy migration record: %1").arg(root));
-        DiskSteps::passed("make directory");
+        ChangeSteps::passed("make directory");
     }
     QString reason;
     if (!OverlayTransaction::writeDurably(target, RecordFormat::serialized(record), &reason))
         return RecordFormat::fail(error, QStringLiteral("Unable to save the legacy migration record: %1").arg(reason));
-    DiskSteps::passed("save record");
+    ChangeSteps::passed("save record");
     // Not the user's file; a failure only leaves it visible.
     if (!OverlayTransactionPlatform::hideFile(target))
         InstallerLogger::write(QStringLiteral("Unable to hide the legacy migration record: %1").arg(target));
@@ -450,7 +450,7 @@ bool rollback(State *state, QString *error)
     removeIfNoFiles(archive);
     if (!FileLinks::removeTree(journalPath(root)))
         return RecordFormat::fail(error, QStringLiteral("Unable to remove the restored migration record."));
-    DiskSteps::passed("remove record");
+    ChangeSteps::passed("remove record");
     removeDirectoryIfEmpty(root);
     state->active = false;
     InstallerLogger::write(QStringLiteral("Legacy migration restored the previous installation."));

@@ -1,7 +1,7 @@
 #include "journal/legacy_migration.h"
 
 #include "app/installer_logger.h"
-#include "journal/disk_steps.h"
+#include "system/change_steps.h"
 #include "journal/legacy_migration_record.h"
 #include "journal/overlay_transaction.h"
 #include "location/installation_location.h"
@@ -85,7 +85,7 @@ void retireRegistration(CleanupRun &run, const QString &subkey, const QString &s
         run.pending(subkey);
         return;
     }
-    DiskSteps::passed("remove registration");
+    ChangeSteps::passed("remove registration");
 }
 
 // The old executables go only while they are still the ones the migration began with; the old
@@ -100,7 +100,7 @@ QStringList removeOldFiles(CleanupRun &run, const QJsonObject &record, const QSt
             failed.append(QDir::toNativeSeparators(path));
             return;
         }
-        DiskSteps::passed("remove file");
+        ChangeSteps::passed("remove file");
     };
     const QJsonObject executables = record.value(QStringLiteral("sourceExecutables")).toObject();
     for (auto it = executables.begin(); it != executables.end(); ++it) {

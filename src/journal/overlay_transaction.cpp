@@ -1,7 +1,7 @@
 #include "journal/overlay_transaction.h"
 
 #include "app/installer_logger.h"
-#include "journal/disk_steps.h"
+#include "system/change_steps.h"
 #include "journal/overlay_transaction_platform.h"
 #include "journal/plain_entries.h"
 #include "location/installation_location.h"
@@ -139,14 +139,14 @@ bool removeFile(const QString &path)
 {
     if (!regular(path) || !QFile::remove(path))
         return false;
-    DiskSteps::passed("remove file");
+    ChangeSteps::passed("remove file");
     return true;
 }
 
 void removeDirectoryIfEmpty(const QString &path)
 {
     if (regular(path) && QDir().rmdir(path))
-        DiskSteps::passed("remove directory");
+        ChangeSteps::passed("remove directory");
 }
 
 // The new file is in the way of the old one: drop it when the stage still has its copy,
@@ -231,11 +231,11 @@ bool move(const QString &from, const QString &to)
     if (!PlainEntries::isDirectory(QFileInfo(parent))) {
         if (!QDir().mkpath(parent))
             return false;
-        DiskSteps::passed("make directory");
+        ChangeSteps::passed("make directory");
     }
     if (!OverlayTransactionPlatform::moveEntry(clean(from), clean(to)))
         return false;
-    DiskSteps::passed("move");
+    ChangeSteps::passed("move");
     return true;
 }
 
@@ -289,12 +289,12 @@ bool save(const QJsonObject &record, QString *error)
     if (!QFileInfo(root).isDir()) {
         if (!QDir().mkpath(root))
             return fail(error, QStringLiteral("Unable to persist the installation recovery record: ") + root);
-        DiskSteps::passed("make directory");
+        ChangeSteps::passed("make directory");
     }
     QString reason;
     if (!writeDurably(target, QJsonDocument(record).toJson(QJsonDocument::Compact), &reason))
         return fail(error, QStringLiteral("Unable to persist the installation recovery record: ") + reason);
-    DiskSteps::passed("save record");
+    ChangeSteps::passed("save record");
     return true;
 }
 

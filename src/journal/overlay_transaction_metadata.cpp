@@ -142,17 +142,21 @@ bool restoreUninstall(const QJsonObject &record, const QString &root, QString *e
         || !decodedBase64(snapshot.value(QStringLiteral("data")), &bytes) || !deserialized(bytes, &saved))
         return fail(error, QStringLiteral("Invalid preserved uninstall metadata."));
     QVariantMap current;
-    if (!OverlayTransactionPlatform::readUninstallValues(&current))
+    QString location;
+    if (!OverlayTransactionPlatform::readUninstallValues(&current, &location))
         return fail(error, QStringLiteral("Unable to restore uninstall metadata."));
     // Still (or again) what it was before: a crash before the entry was written, or a rollback
-    // that already put it back. The entry may name an earlier installation elsewhere; that is
-    // the state being restored, not a takeover.
-    if (current == (snapshot.value(QStringLiteral("existed")).toBool() ? saved : QVariantMap()))
+    // that already put it back. A new entry is deleted again even without values: its key may be
+    // there.
+    const bool existed = snapshot.value(QStringLiteral("existed")).toBool();
+    if (existed && current == saved)
         return true;
-    const QString location = current.value(QStringLiteral("InstallLocation")).toString();
-    if (!location.isEmpty() && !InstallationLocation::same(location, root))
+    // An entry that still names the location it named before was changed by this run, which
+    // was cut off before it wrote its own location; only a new location elsewhere is a takeover.
+    const bool sameLocation = current.value(QStringLiteral("InstallLocation")) == saved.value(QStringLiteral("InstallLocation"));
+    if (!location.isEmpty() && !InstallationLocation::same(location, root) && !(existed && sameLocation))
         return fail(error, QStringLiteral("Another installation owns the current registration; recovery data was preserved."));
-    if (!OverlayTransactionPlatform::writeUninstallValues(snapshot.value(QStringLiteral("existed")).toBool() ? saved : QVariantMap()))
+    if (!OverlayTransactionPlatform::writeUninstallValues(existed ? saved : QVariantMap()))
         return fail(error, QStringLiteral("Unable to restore uninstall metadata."));
     return true;
 }
@@ -202,7 +206,7 @@ bool sameValues(const QList<OverlayTransactionPlatform::RegistryValue> &a, const
     if (a.size() != b.size())
         return false;
     for (qsizetype i = 0; i < a.size(); ++i) {
-        if (a.at(i).present != b.at(i).present
+        if (a.at(i).present != b.at(i).present || a.at(i).keyPresent != b.at(i).keyPresent
             || (a.at(i).present && (a.at(i).type != b.at(i).type || a.at(i).data != b.at(i).data)))
             return false;
     }
@@ -225,6 +229,8 @@ bool restoreProtocol(const QJsonObject &record, const QString &root, QString *er
             || type != static_cast<double>(static_cast<quint32>(type)) || !decodedBase64(entry.value(QStringLiteral("data")), &saved.data))
             return fail(error, QStringLiteral("Invalid URL recovery data."));
         saved.present = entry.value(QStringLiteral("present")).toBool();
+        // Records written before keys were noted: every key is taken to have existed.
+        saved.keyPresent = entry.value(QStringLiteral("key")).toBool(true);
         saved.type = static_cast<quint32>(type);
         values.append(saved);
     }
@@ -285,6 +291,7 @@ bool snapshotMetadata(QJsonObject *record, QString *error)
             { QStringLiteral("present"), value.present },
             { QStringLiteral("type"), static_cast<qint64>(value.type) },
             { QStringLiteral("data"), base64(value.data) },
+            { QStringLiteral("key"), value.keyPresent },
         });
     }
     record->insert(QStringLiteral("uninstall"), QJsonObject {

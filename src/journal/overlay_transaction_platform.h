@@ -20,9 +20,11 @@ bool hideFile(const QString &path);
 // Pushes the file's written data through the operating system's cache to the disk.
 bool flushToDisk(QFileDevice *file);
 
-// Every value of the desktop user's uninstall entry. False when the key cannot be read.
-bool readUninstallValues(QVariantMap *values);
-// Clears the entry's values and writes these instead. False on any failed write or flush.
+// Every value of the desktop user's uninstall entry, each as opaque bytes that keep its registry
+// type, and the text of its "InstallLocation". False when the key cannot be read.
+bool readUninstallValues(QVariantMap *values, QString *installLocation = nullptr);
+// Clears the entry's values and writes these instead, each with its former type; no values
+// delete the key. False on any failed write or flush.
 bool writeUninstallValues(const QVariantMap &values);
 
 QStringList shortcutPaths();
@@ -33,6 +35,7 @@ struct RegistryValue
     bool present = false;
     quint32 type = 0;
     QByteArray data;
+    bool keyPresent = true; // whether the value's key existed at all
 };
 
 enum class RegistryResult { Done, RootUnavailable, ValueFailed };
@@ -40,7 +43,8 @@ enum class RegistryResult { Done, RootUnavailable, ValueFailed };
 // The values named by (subkey, value name) pairs under the desktop user's classes root; a
 // missing key or value is reported as not present.
 RegistryResult readProtocolValues(const QList<QPair<QString, QString>> &names, QList<RegistryValue> *values);
-// Puts each value back: absent ones deleted, present ones written with their type and bytes.
+// Puts each value back: absent ones deleted, present ones written with their type and bytes; a
+// key that did not exist is deleted with the empty keys between it and the nearest one that did.
 RegistryResult writeProtocolValues(const QList<QPair<QString, QString>> &names, const QList<RegistryValue> &values);
 // The launch command that the user's "brisalinker" scheme currently opens.
 RegistryResult currentProtocolCommand(QString *command, bool *present);

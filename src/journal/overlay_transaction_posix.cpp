@@ -36,9 +36,11 @@ bool flushToDisk(QFileDevice *file)
     return file->handle() >= 0 && ::fsync(file->handle()) == 0;
 }
 
-bool readUninstallValues(QVariantMap *values)
+bool readUninstallValues(QVariantMap *values, QString *installLocation)
 {
     values->clear();
+    if (installLocation)
+        installLocation->clear();
     return true;
 }
 

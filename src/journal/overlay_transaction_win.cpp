@@ -1,5 +1,6 @@
 #include "journal/overlay_transaction_platform.h"
 
+#include "system/change_steps.h"
 #include "system/com_win.h"
 #include "system/desktop_user.h"
 #include "system/handles_win.h"
@@ -7,7 +8,9 @@
 #include "system/url_protocol.h"
 
 #include <QDir>
-#include <QSettings>
+
+#include <algorithm>
+#include <cstring>
 
 #include <io.h>
 #include <windows.h>
@@ -38,6 +41,57 @@ std::wstring wide(const QString &text)
     return text.toStdWString();
 }
 
+std::wstring uninstallEntry()
+{
+    const QString sid = DesktopUser::sid();
+    return sid.isEmpty() ? std::wstring() : wide(sid + QStringLiteral("\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker"));
+}
+
+// A value as the record keeps it: its registry type (four bytes, little-endian), then its bytes,
+// so an expandable string or a binary value comes back as exactly that.
+QVariant typed(DWORD type, const QByteArray &data)
+{
+    QByteArray bytes(reinterpret_cast<const char *>(&type), sizeof(type));
+    return bytes + data;
+}
+
+void untyped(const QVariant &value, DWORD *type, QByteArray *data)
+{
+    if (value.typeId() == QMetaType::QByteArray && value.toByteArray().size() >= qsizetype(sizeof(DWORD))) {
+        const QByteArray bytes = value.toByteArray();
+        std::memcpy(type, bytes.constData(), sizeof(DWORD));
+        *data = bytes.mid(sizeof(DWORD));
+    } else if (value.typeId() == QMetaType::Int) {
+        // Records written before types were kept hold numbers and texts.
+        const DWORD number = DWORD(value.toInt());
+        *type = REG_DWORD;
+        *data = QByteArray(reinterpret_cast<const char *>(&number), sizeof(number));
+    } else {
+        const QString text = value.toString();
+        *type = REG_SZ;
+        *data = QByteArray(reinterpret_cast<const char *>(text.utf16()), (text.size() + 1) * qsizetype(sizeof(wchar_t)));
+    }
+}
+
+// "a\b\c" -> "a\b"; empty for a key directly under the classes root.
+QString parentKey(const QString &subkey)
+{
+    const qsizetype slash = subkey.lastIndexOf(QLatin1Char('\\'));
+    return slash < 0 ? QString() : subkey.left(slash);
+}
+
+bool emptyKey(HKEY root, const QString &subkey)
+{
+    HKEY raw = nullptr;
+    if (RegOpenKeyExW(root, wideChars(subkey), 0, KEY_QUERY_VALUE, &raw) != ERROR_SUCCESS)
+        return false;
+    const UniqueRegistryKey key(raw);
+    DWORD subkeys = 0;
+    DWORD values = 0;
+    return RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS
+        && subkeys == 0 && values == 0;
+}
+
 } // namespace
 
 bool moveEntry(const QString &from, const QString &to)
@@ -66,33 +120,77 @@ bool flushToDisk(QFileDevice *file)
     return handle != INVALID_HANDLE_VALUE && FlushFileBuffers(handle) != 0;
 }
 
-bool readUninstallValues(QVariantMap *values)
+bool readUninstallValues(QVariantMap *values, QString *installLocation)
 {
-    const QString key = DesktopUser::uninstallKey();
-    if (key.isEmpty())
+    const std::wstring path = uninstallEntry();
+    if (path.empty())
         return false;
-    QSettings settings(key, QSettings::NativeFormat);
+    HKEY raw = nullptr;
+    const LSTATUS opened = RegOpenKeyExW(HKEY_USERS, path.c_str(), 0, KEY_QUERY_VALUE, &raw);
     QVariantMap result;
-    for (const QString &name : settings.childKeys())
-        result.insert(name, settings.value(name));
-    if (settings.status() != QSettings::NoError)
+    QString location;
+    if (opened != ERROR_SUCCESS && opened != ERROR_FILE_NOT_FOUND)
         return false;
+    const UniqueRegistryKey key(opened == ERROR_SUCCESS ? raw : nullptr);
+    DWORD count = 0;
+    DWORD longestName = 0;
+    DWORD longestData = 0;
+    if (key && RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, &longestName,
+                                &longestData, nullptr, nullptr) != ERROR_SUCCESS)
+        return false;
+    for (DWORD index = 0; index < count; ++index) {
+        std::wstring name(longestName + 1, L'\0');
+        QByteArray data(qsizetype(longestData), Qt::Uninitialized);
+        DWORD nameSize = DWORD(name.size());
+        DWORD dataSize = DWORD(data.size());
+        DWORD type = 0;
+        if (RegEnumValueW(key.get(), index, name.data(), &nameSize, nullptr, &type, reinterpret_cast<BYTE *>(data.data()), &dataSize) != ERROR_SUCCESS)
+            return false; // changed while read: fail rather than keep half
+        data.resize(qsizetype(dataSize));
+        const QString valueName = QString::fromWCharArray(name.c_str(), int(nameSize));
+        if (valueName == QLatin1String("InstallLocation") && (type == REG_SZ || type == REG_EXPAND_SZ))
+            location = QString::fromWCharArray(reinterpret_cast<const wchar_t *>(data.constData()), int(dataSize / sizeof(wchar_t))).section(QChar(0), 0, 0);
+        result.insert(valueName, typed(type, data));
+    }
     *values = result;
+    if (installLocation)
+        *installLocation = location;
     return true;
 }
 
 bool writeUninstallValues(const QVariantMap &values)
 {
-    const QString key = DesktopUser::uninstallKey();
-    if (key.isEmpty())
+    const std::wstring path = uninstallEntry();
+    if (path.empty())
         return false;
-    QSettings settings(key, QSettings::NativeFormat);
-    for (const QString &name : settings.childKeys())
-        settings.remove(name);
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        settings.setValue(it.key(), it.value());
-    settings.sync();
-    return settings.status() == QSettings::NoError;
+    QVariantMap current;
+    if (!readUninstallValues(&current))
+        return false;
+    if (values.isEmpty()) {
+        // The entry did not exist: the key goes too, unless something else lives under it.
+        const LSTATUS deleted = RegDeleteKeyExW(HKEY_USERS, path.c_str(), 0, 0);
+        if (deleted == ERROR_SUCCESS)
+            ChangeSteps::passed("delete uninstall key");
+        if (deleted == ERROR_SUCCESS || deleted == ERROR_FILE_NOT_FOUND)
+            return true;
+    }
+    HKEY raw = nullptr;
+    if (RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, nullptr) != ERROR_SUCCESS)
+        return false;
+    const UniqueRegistryKey key(raw);
+    bool done = true;
+    for (auto it = current.cbegin(); it != current.cend() && done; ++it) {
+        done = RegDeleteValueW(key.get(), wideChars(it.key())) == ERROR_SUCCESS;
+        ChangeSteps::passed("write uninstall value");
+    }
+    for (auto it = values.cbegin(); it != values.cend() && done; ++it) {
+        DWORD type = REG_SZ;
+        QByteArray data;
+        untyped(it.value(), &type, &data);
+        done = RegSetValueExW(key.get(), wideChars(it.key()), 0, type, reinterpret_cast<const BYTE *>(data.constData()), DWORD(data.size())) == ERROR_SUCCESS;
+        ChangeSteps::passed("write uninstall value");
+    }
+    return done && RegFlushKey(key.get()) == ERROR_SUCCESS;
 }
 
 QStringList shortcutPaths()
@@ -135,6 +233,7 @@ RegistryResult readProtocolValues(const QList<QPair<QString, QString>> &names, Q
         HKEY raw = nullptr;
         const LSTATUS opened = RegOpenKeyExW(static_cast<HKEY>(classes.handle()), wideChars(subkey), 0, KEY_QUERY_VALUE, &raw);
         if (opened == ERROR_FILE_NOT_FOUND) {
+            value.keyPresent = false;
             result.append(value);
             continue;
         }
@@ -172,6 +271,8 @@ RegistryResult writeProtocolValues(const QList<QPair<QString, QString>> &names, 
                 continue;
             const UniqueRegistryKey key(raw);
             const LSTATUS deleted = opened == ERROR_SUCCESS ? RegDeleteValueW(key.get(), wideChars(name)) : opened;
+            if (deleted == ERROR_SUCCESS)
+                ChangeSteps::passed("restore URL value");
             allDone = allDone && (deleted == ERROR_SUCCESS || deleted == ERROR_FILE_NOT_FOUND);
             continue;
         }
@@ -180,7 +281,26 @@ RegistryResult writeProtocolValues(const QList<QPair<QString, QString>> &names, 
         const LSTATUS written = created == ERROR_SUCCESS
             ? RegSetValueExW(key.get(), wideChars(name), 0, value.type, reinterpret_cast<const BYTE *>(value.data.constData()), static_cast<DWORD>(value.data.size()))
             : created;
+        if (written == ERROR_SUCCESS)
+            ChangeSteps::passed("restore URL value");
         allDone = allDone && written == ERROR_SUCCESS;
+    }
+    // A scheme that did not exist goes completely, its "shell\open" between the recorded keys
+    // included; a key that existed, or holds anything now, stays.
+    QStringList existed;
+    QStringList absent;
+    for (qsizetype i = 0; i < names.size() && i < values.size(); ++i)
+        (values.at(i).keyPresent ? existed : absent).append(names.at(i).first);
+    std::sort(absent.begin(), absent.end(), [](const QString &a, const QString &b) { return a.size() > b.size(); });
+    const HKEY root = static_cast<HKEY>(classes.handle());
+    for (QString subkey : std::as_const(absent)) {
+        for (; !subkey.isEmpty() && !existed.contains(subkey, Qt::CaseInsensitive) && emptyKey(root, subkey); subkey = parentKey(subkey)) {
+            if (RegDeleteKeyW(root, wideChars(subkey)) != ERROR_SUCCESS) {
+                allDone = false;
+                break;
+            }
+            ChangeSteps::passed("delete URL key");
+        }
     }
     return allDone ? RegistryResult::Done : RegistryResult::ValueFailed;
 }

@@ -1,5 +1,6 @@
 #include "system/shortcuts.h"
 #include "system/shortcuts_platform.h"
+#include "system/change_steps.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -42,14 +43,18 @@ bool replaceShortcutFile(const QString &path, const QByteArray &content, QString
     const bool written = staged.isOpen() && staged.write(content) == content.size() && staged.flush();
     const QString stagingError = staged.errorString();
     staged.close();
+    if (written)
+        ChangeSteps::passed("stage shortcut");
     if (!written) {
         if (staged.exists())
             QFile::remove(stagedPath);
         return report(error, QStringLiteral("Shortcut rollback staging failed: path=%1; error=%2").arg(path, stagingError));
     }
     const unsigned long moved = ShortcutsPlatform::moveOver(stagedPath, path);
-    if (moved == 0)
+    if (moved == 0) {
+        ChangeSteps::passed("replace shortcut");
         return true;
+    }
     QFile::remove(stagedPath);
     return report(error, QStringLiteral("Shortcut rollback replacement failed: path=%1; Windows=%2").arg(path).arg(moved));
 }

@@ -1,6 +1,7 @@
 #include "system/shortcuts.h"
 #include "system/shortcuts_platform.h"
 
+#include "system/change_steps.h"
 #include "system/com_win.h"
 #include "system/desktop_user.h"
 #include "system/handles_win.h"
@@ -65,7 +66,10 @@ bool createShortcut(Folder folder, const QString &target, const QString &working
     if (FAILED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void **>(&rawFile))))
         return false;
     const ComPointer<IPersistFile> file(rawFile);
-    return SUCCEEDED(file->Save(native(directory + QLatin1Char('/') + fileName).c_str(), TRUE));
+    if (FAILED(file->Save(native(directory + QLatin1Char('/') + fileName).c_str(), TRUE)))
+        return false;
+    ChangeSteps::passed("write shortcut");
+    return true;
 }
 
 QString shortcutFilePath(Folder folder, const QString &fileName)
@@ -127,8 +131,10 @@ QString shortcutTarget(const QString &path)
 
 bool removeShortcutFile(const QString &path)
 {
-    if (DeleteFileW(native(path).c_str()))
+    if (DeleteFileW(native(path).c_str())) {
+        ChangeSteps::passed("remove shortcut");
         return true;
+    }
     const DWORD error = GetLastError();
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }

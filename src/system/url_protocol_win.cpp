@@ -1,5 +1,6 @@
 #include "system/url_protocol.h"
 
+#include "system/change_steps.h"
 #include "system/handles_win.h"
 
 #include <windows.h>
@@ -181,10 +182,13 @@ long Registration::apply(const std::wstring &executable)
     const auto writes = writesFor(path, m_marker);
     for (size_t i = 0; i < m_changes.size(); ++i) {
         HKEY raw = nullptr;
+        DWORD disposition = 0;
         const LSTATUS created = RegCreateKeyExW(static_cast<HKEY>(m_root), m_changes[i].subkey.c_str(), 0, nullptr, 0,
-                                                KEY_SET_VALUE, nullptr, &raw, nullptr);
+                                                KEY_SET_VALUE, nullptr, &raw, &disposition);
         if (created != ERROR_SUCCESS)
             return created;
+        if (disposition == REG_CREATED_NEW_KEY)
+            ChangeSteps::passed("create URL key");
         // From the first key created on, rollback has something to undo.
         m_applied = true;
         const UniqueRegistryKey key(raw);
@@ -192,6 +196,7 @@ long Registration::apply(const std::wstring &executable)
             const LSTATUS status = write.remove ? deleteValue(key.get(), write.name) : setString(key.get(), write.name, write.text);
             if (status != ERROR_SUCCESS)
                 return status;
+            ChangeSteps::passed("write URL value");
         }
     }
     return ERROR_SUCCESS;
@@ -236,8 +241,10 @@ long Registration::rollback()
             const LSTATUS opened = RegOpenKeyExW(root, change->subkey.c_str(), 0, KEY_QUERY_VALUE, &raw);
             const UniqueRegistryKey key(opened == ERROR_SUCCESS ? raw : nullptr);
             // Already restored by somebody else's hand: a value there now is not ours to drop.
-            if (opened == ERROR_SUCCESS && (!asCaptured || hasNoContent(key.get())))
+            if (opened == ERROR_SUCCESS && (!asCaptured || hasNoContent(key.get()))) {
                 status = RegDeleteKeyW(root, change->subkey.c_str());
+                ChangeSteps::passed("delete URL key");
+            }
             else if (opened != ERROR_FILE_NOT_FOUND)
                 status = opened;
         } else {
@@ -249,6 +256,7 @@ long Registration::rollback()
                     break;
                 status = saved.existed ? RegSetValueExW(key.get(), saved.name.c_str(), 0, saved.type, saved.data.data(), DWORD(saved.data.size()))
                                        : deleteValue(key.get(), saved.name);
+                ChangeSteps::passed("restore URL value");
             }
         }
         if (status == ERROR_FILE_NOT_FOUND)

@@ -1,11 +1,20 @@
 #include "system/user_registry.h"
 
+#include "system/change_steps.h"
 #include "system/desktop_user.h"
 #include "system/handles_win.h"
 
 namespace UserRegistry {
 
 namespace {
+
+// Every value or key written or deleted is a change a crash may follow.
+LSTATUS changed(LSTATUS status, const char *step)
+{
+    if (status == ERROR_SUCCESS)
+        ChangeSteps::passed(step);
+    return status;
+}
 
 // Relative to HKEY_USERS; empty without a desktop user, so no other user's key is ever touched.
 QString userPath(const QString &subkey)
@@ -76,12 +85,13 @@ long replaceValues(const QString &subkey, const QList<Value> &values)
     status = readAll(key.get(), &current);
     for (const Value &value : std::as_const(current)) {
         if (status == ERROR_SUCCESS)
-            status = RegDeleteValueW(key.get(), wideChars(value.name));
+            status = changed(RegDeleteValueW(key.get(), wideChars(value.name)), "delete registry value");
     }
     for (const Value &value : values) {
         if (status == ERROR_SUCCESS)
-            status = RegSetValueExW(key.get(), wideChars(value.name), 0, value.type,
-                                    reinterpret_cast<const BYTE *>(value.data.constData()), DWORD(value.data.size()));
+            status = changed(RegSetValueExW(key.get(), wideChars(value.name), 0, value.type,
+                                            reinterpret_cast<const BYTE *>(value.data.constData()), DWORD(value.data.size())),
+                             "write registry value");
     }
     if (status == ERROR_SUCCESS)
         status = RegFlushKey(key.get());
@@ -95,7 +105,7 @@ long removeKey(const QString &subkey)
         return ERROR_NO_SUCH_USER;
     LSTATUS status = RegDeleteTreeW(HKEY_USERS, wideChars(path));
     if (status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND)
-        status = RegDeleteKeyExW(HKEY_USERS, wideChars(path), 0, 0);
+        status = changed(RegDeleteKeyExW(HKEY_USERS, wideChars(path), 0, 0), "delete registry key");
     return status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : status;
 }
 

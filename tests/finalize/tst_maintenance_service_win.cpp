@@ -1,5 +1,6 @@
 #include "tst_finalize.h"
 #include "finalize/maintenance_service.h"
+#include "support/tree_fixture.h"
 #include "support/user_token_win.h"
 
 #include <QCryptographicHash>
@@ -25,15 +26,7 @@ QString built(const char *path)
 
 QByteArray content(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("missing");
-}
-
-void put(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size());
+    return QFileInfo::exists(path) ? TreeFixture::read(path) : QByteArray("missing");
 }
 
 // What the service control manager holds of the service: type, start, account, command, whether
@@ -87,10 +80,10 @@ void removeService()
 // An installation under a path with blanks whose package carries payload as its service program.
 void prepare(const QString &root, const QString &payload, const QString &version)
 {
-    put(root + QStringLiteral("/brisalinker.exe"), "launcher");
-    put(root + QStringLiteral("/updater.exe"), "updater");
-    put(root + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=" + version.toUtf8() + '\n');
-    put(root + QStringLiteral("/WinServices/bl-maintenance.exe"), content(payload));
+    QVERIFY(TreeFixture::write(root + QStringLiteral("/brisalinker.exe"), "launcher")
+            && TreeFixture::write(root + QStringLiteral("/updater.exe"), "updater")
+            && TreeFixture::write(root + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=" + version.toUtf8() + '\n')
+            && TreeFixture::write(root + QStringLiteral("/WinServices/bl-maintenance.exe"), content(payload)));
 }
 
 } // namespace

@@ -8,9 +8,9 @@
 // goes into <source root>/BrisaLinker from the stage beside it, as the pipeline runs one, clean-up
 // included; its recovery is what the next installer run does first and last.
 // Exit codes: 0 installed or recovered, 3 rolled back after a cancel, 1 anything else.
-#include "crash_child_exit.h"
+#include "support/crash_child_exit.h"
 #include "finalize/in_place_install.h"
-#include "journal/disk_steps.h"
+#include "system/change_steps.h"
 #include "journal/legacy_migration.h"
 #include "journal/overlay_transaction.h"
 #include "system/user_registry.h"
@@ -121,7 +121,7 @@ int main(int argc, char *argv[])
     stepsFile = std::fopen(stepsPath.constData(), "w");
     dieAt = arguments.at(first + 1).toInt();
     cancelAfter = cancellable ? arguments.at(first + 2).toInt() : 0;
-    DiskSteps::setObserver(onStep);
+    ChangeSteps::setObserver(onStep);
     int result = 2;
     if (installing)
         result = install(arguments.at(2), arguments.at(3));

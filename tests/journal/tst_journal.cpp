@@ -3,7 +3,7 @@
 #include "finalize/in_place_install.h"
 #include "journal/overlay_transaction.h"
 #include "journal/overlay_transaction_platform.h"
-#include "tree_fixture.h"
+#include "support/tree_fixture.h"
 
 #include <QDataStream>
 #include <QDir>

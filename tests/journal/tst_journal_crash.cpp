@@ -6,7 +6,7 @@
 
 #include "crash_child_run.h"
 #include "journal/overlay_transaction.h"
-#include "tree_fixture.h"
+#include "support/tree_fixture.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>

@@ -6,7 +6,7 @@
 #include "journal/overlay_transaction.h"
 #include "system/desktop_user.h"
 #include "system/url_protocol.h"
-#include "tree_fixture.h"
+#include "support/tree_fixture.h"
 
 #include <QDir>
 #include <QFile>

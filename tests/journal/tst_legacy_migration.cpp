@@ -9,7 +9,7 @@
 #include "support/fake_installation.h"
 #include "system/desktop_user.h"
 #include "system/user_registry.h"
-#include "tree_fixture.h"
+#include "support/tree_fixture.h"
 
 #include <QDir>
 #include <QFile>

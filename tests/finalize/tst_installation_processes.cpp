@@ -1,4 +1,6 @@
+#include "tst_finalize.h"
 #include "finalize/installation_processes.h"
+#include "support/tree_fixture.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -13,42 +15,7 @@
 
 using namespace InstallationProcesses;
 
-namespace {
-
-void touch(const QString &path)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-}
-
-} // namespace
-
-class PreparationTest : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void classification_data();
-    void classification();
-    void versionDirectoriesAreSearched();
-    void eachPathCountsOnce();
-    void nothingRunningReturnsAtOnce();
-#ifdef Q_OS_WIN
-    void stopsOnlyTheProductsOwnProcesses();
-    void neverStopsTheInstallerItself();
-    void aLockedExecutableFailsWithinTheDeadline();
-
-private:
-    QProcess *startAs(const QString &path);
-    QList<QProcess *> m_started;
-
-private slots:
-    void cleanup();
-#endif
-};
-
-void PreparationTest::classification_data()
+void FinalizeTest::classification_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<bool>("required");
@@ -63,14 +30,14 @@ void PreparationTest::classification_data()
     QTest::newRow("anything else of the other root") << "D:/Old/Brisa/brisalinker.exe" << false;
 }
 
-void PreparationTest::classification()
+void FinalizeTest::classification()
 {
     QFETCH(QString, path);
     QFETCH(bool, required);
     QCOMPARE(isRequired(path, QStringLiteral("C:/Apps/BrisaLinker"), QStringLiteral("D:/Old/Brisa")), required);
 }
 
-void PreparationTest::versionDirectoriesAreSearched()
+void FinalizeTest::versionDirectoriesAreSearched()
 {
     QTemporaryDir temp;
     for (const QString &name : { "1.4.20", "7", "1.x", "2.0" })
@@ -87,19 +54,18 @@ void PreparationTest::versionDirectoriesAreSearched()
     QCOMPARE(paths.size(), 4 + 2 * 3);
 }
 
-void PreparationTest::eachPathCountsOnce()
+void FinalizeTest::eachPathCountsOnce()
 {
     const QStringList paths = installationExecutablePaths(QStringLiteral("C:/Apps/BrisaLinker"), QStringLiteral("c:\\apps\\brisalinker\\"), false);
     QCOMPARE(paths.size(), 4);
     QCOMPARE(normalizedWindowsPath(QStringLiteral("C:/Apps/./X/../BrisaLinker//Updater.EXE")), QStringLiteral("c:\\apps\\brisalinker\\updater.exe"));
 }
 
-void PreparationTest::nothingRunningReturnsAtOnce()
+void FinalizeTest::nothingRunningReturnsAtOnce()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
-    touch(root + QStringLiteral("/brisalinker.exe"));
-    touch(root + QStringLiteral("/updater.exe"));
+    QVERIFY(TreeFixture::write(root + QStringLiteral("/brisalinker.exe"), {}) && TreeFixture::write(root + QStringLiteral("/updater.exe"), {}));
     QElapsedTimer timer;
     timer.start();
     QString error;
@@ -111,7 +77,7 @@ void PreparationTest::nothingRunningReturnsAtOnce()
 
 #ifdef Q_OS_WIN
 
-QProcess *PreparationTest::startAs(const QString &path)
+QProcess *FinalizeTest::startAs(const QString &path)
 {
     QDir().mkpath(QFileInfo(path).path());
     QFile::remove(path);
@@ -125,7 +91,7 @@ QProcess *PreparationTest::startAs(const QString &path)
     return process;
 }
 
-void PreparationTest::cleanup()
+void FinalizeTest::cleanup()
 {
     for (QProcess *process : std::as_const(m_started)) {
         process->kill();
@@ -135,7 +101,7 @@ void PreparationTest::cleanup()
     m_started.clear();
 }
 
-void PreparationTest::stopsOnlyTheProductsOwnProcesses()
+void FinalizeTest::stopsOnlyTheProductsOwnProcesses()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
@@ -159,7 +125,7 @@ void PreparationTest::stopsOnlyTheProductsOwnProcesses()
     QVERIFY(!isProcessRunningAtPath(root + QStringLiteral("/brisalinker.exe")));
 }
 
-void PreparationTest::neverStopsTheInstallerItself()
+void FinalizeTest::neverStopsTheInstallerItself()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
@@ -173,12 +139,12 @@ void PreparationTest::neverStopsTheInstallerItself()
     QCOMPARE(installer->state(), QProcess::Running);
 }
 
-void PreparationTest::aLockedExecutableFailsWithinTheDeadline()
+void FinalizeTest::aLockedExecutableFailsWithinTheDeadline()
 {
     QTemporaryDir temp;
     const QString root = temp.filePath(QStringLiteral("BrisaLinker"));
     const QString updater = root + QStringLiteral("/updater.exe");
-    touch(updater);
+    QVERIFY(TreeFixture::write(updater, {}));
     // Held open without sharing, as a process outside our reach would.
     const HANDLE held = CreateFileW(reinterpret_cast<const wchar_t *>(QDir::toNativeSeparators(updater).utf16()), GENERIC_READ, 0,
                                     nullptr, OPEN_EXISTING, 0, nullptr);
@@ -197,6 +163,3 @@ void PreparationTest::aLockedExecutableFailsWithinTheDeadline()
 }
 
 #endif
-
-QTEST_GUILESS_MAIN(PreparationTest)
-#include "tst_preparation.moc"

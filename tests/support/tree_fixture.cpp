@@ -1,4 +1,4 @@
-#include "tree_fixture.h"
+#include "support/tree_fixture.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -109,6 +109,13 @@ TreeFixture::Files TreeFixture::installation()
         { QStringLiteral("plugins/a.dll"), "old a" },
         { QStringLiteral("help/Manual.lnk"), "not a shell link, old" },
     };
+}
+
+TreeFixture::Files TreeFixture::installationWithoutLauncher()
+{
+    Files files = installation();
+    files.remove(QStringLiteral("brisalinker.exe"));
+    return files;
 }
 
 TreeFixture::Files TreeFixture::payload()

@@ -1,8 +1,7 @@
 #include "tst_finalize.h"
-#include "app/app_paths.h"
 #include "finalize/in_place_install.h"
 #include "finalize/install_actions.h"
-#include "journal/tree_fixture.h"
+#include "support/tree_fixture.h"
 #include "support/test_links.h"
 #include "support/log_capture.h"
 
@@ -10,7 +9,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QDate>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -23,12 +21,6 @@ namespace {
 QString backupOf(const TreeFixture &fixture)
 {
     return fixture.base() + QStringLiteral("/BrisaLinker.backup-transaction-0123456789abcdef0123456789abcdef");
-}
-
-QString todaysLog()
-{
-    QFile log(AppPaths::installerLogRoot() + QStringLiteral("/installer-%1.log").arg(QDate::currentDate().toString(QStringLiteral("yyyyMMdd"))));
-    return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
 }
 
 } // namespace
@@ -113,8 +105,8 @@ void FinalizeTest::failuresLeaveAnUndoableState()
     OverlayState state;
     QVERIFY(!installStagedFilesInPlace(fixture.stage(), fixture.root(), backup, &state, &cancel));
     QCOMPARE(state.moves.size(), movesRecorded);
-    // Whatever is undone leaves the installation and the stage as they were.
-    rollbackStagedFiles(fixture.stage(), fixture.root(), backup, state);
+    // Whatever is undone leaves the installation and the stage as they were, and says so.
+    QVERIFY(rollbackStagedFiles(fixture.stage(), fixture.root(), backup, state));
     QCOMPARE(TreeFixture::snapshot(fixture.root()), rootBefore);
     QCOMPARE(TreeFixture::snapshot(fixture.stage()), stageBefore);
     QVERIFY(!QFileInfo::exists(fixture.base() + "/elsewhere/version.ini"));
@@ -212,6 +204,7 @@ void FinalizeTest::removalsNeverFollowALink()
     QVERIFY(TreeFixture::write(canaries + "/precious.txt", "keep me") && TreeFixture::write(canaries + "/sub/deeper.txt", "and me"));
     const auto canariesBefore = TreeFixture::snapshot(canaries);
     const QString backup = backupOf(fixture);
+    const LogCapture log;
 
     QString link;
     if (where == QLatin1String("this-backup") || where == QLatin1String("created")) {
@@ -232,7 +225,7 @@ void FinalizeTest::removalsNeverFollowALink()
     }
     QCOMPARE(TreeFixture::snapshot(canaries), canariesBefore);
     if (removalLogged)
-        QVERIFY2(todaysLog().contains(QStringLiteral("Removal did not follow link: ") + link), qPrintable(link));
+        QVERIFY2(log.lines().join(QLatin1Char('\n')).contains(QStringLiteral("Removal did not follow link: ") + link), qPrintable(link));
 }
 
 #ifdef Q_OS_WIN

@@ -1,8 +1,8 @@
-#include "journal/disk_steps.h"
+#include "system/change_steps.h"
 
 #include <atomic>
 
-namespace DiskSteps {
+namespace ChangeSteps {
 
 namespace {
 
@@ -21,4 +21,4 @@ void passed(const char *step)
         observer(step);
 }
 
-} // namespace DiskSteps
+} // namespace ChangeSteps

@@ -36,6 +36,9 @@ public:
     QStringList contents() const;
 
     static Files installation();
+    // The installation as the real pipeline finds one: its launcher is a real program there, so
+    // a stand-in for it is left out.
+    static Files installationWithoutLauncher();
     static Files payload();
 
 private:
