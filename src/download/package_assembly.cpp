@@ -50,9 +50,13 @@ bool PackageAssembly::append(const QString &chunkPath, qint64 length, QString *e
     QFile chunk(chunkPath);
     if (!chunk.open(QIODevice::ReadOnly))
         return fail(Failure::ReadChunk, error);
-    QByteArray block(copyBlock, Qt::Uninitialized);
+    if (m_block.size() < copyBlock)
+        m_block.resize(copyBlock);
+    QByteArray &block = m_block;
     qint64 copied = 0;
     for (;;) {
+        if (m_abandoned)
+            return fail(Failure::Combine, error);
         const qint64 read = chunk.read(block.data(), block.size());
         if (read < 0 || (read == 0 && chunk.error() != QFileDevice::NoError))
             return fail(Failure::Combine, error);
