@@ -42,9 +42,19 @@ private:
     QString m_target;
     QFile m_file;
     Sha256 m_hash;
-    QByteArray m_block; // reused for every chunk
+    QByteArray m_blockStorage; // reused for every chunk
+    char *m_block = nullptr;   // its aligned start
     Failure m_failure = Failure::None;
     std::atomic<bool> m_abandoned { false };
 
     bool fail(Failure failure, QString *error);
+    bool write(const char *data, qint64 size);
+
+    // The package bypasses the system cache where the platform allows it: it is written once,
+    // and filling fresh cache pages for it cost as much as the whole download. Such writes need
+    // aligned buffers, sizes and offsets; the package's unaligned tail is written cached.
+    static constexpr qint64 unbufferedAlignment = 4096;
+    bool openTarget();
+    void endUnbuffered();
+    bool m_unbuffered = false;
 };
