@@ -58,8 +58,8 @@ cat > "$work/www/$manifest_path/manifest.json" <<JSON
             "uncompressedSize":$size,"sha256":"$digest"},
  "fullPackage":{"url":"https://127.0.0.1:$port/pkg/package.zip","fileName":"package.zip"}}
 JSON
-# Signed with the build tree's throwaway key, which the build accepts.
-"$(dirname "$0")/../../tools/sign-manifest" --key "$build/signing/manifest-key.pem" "$work/www/$manifest_path/manifest.json"
+# Signed with the build tree's throwaway key, which the build accepts (the Windows one's with --wine).
+"$(dirname "$0")/../../tools/sign-manifest" --key "${windows_build:-$build}/signing/manifest-key.pem" "$work/www/$manifest_path/manifest.json"
 cat > "$work/nginx.conf" <<CONF
 daemon off;
 worker_processes 2;
