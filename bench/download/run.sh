@@ -1,19 +1,30 @@
 #!/usr/bin/env bash
-# tools/bench download [--size BYTES]: a random package (default 1 GiB) served by a local nginx
-# over HTTPS with a throwaway CA, fetched by our DownloadManager, by curl and by aria2c in the
+# tools/bench download [--size BYTES] [--wine]: a random package (default 1 GiB) served by a local
+# nginx over HTTPS with a throwaway CA, fetched by our DownloadManager, by curl and by aria2c in the
 # same run; our verification is timed against sha256sum. Every tool runs five times (BRISA_BENCH_RUNS)
 # in alternating order and the medians are compared. The last line is the summary.
+# --wine instead fetches it through the Windows build (Schannel, CNG) under Wine, next to curl on
+# the host; the Windows build tree is build/windows beside the host one (BRISA_WINDOWS_BUILD).
 set -euo pipefail
 calc() { awk "BEGIN { print $1 }"; }
 build=${BRISA_HOST_BUILD:?BRISA_HOST_BUILD names the host build tree}
 size=1073741824
+wine=
 while [ $# -gt 0 ]; do
     case "$1" in
         --size) size=${2:?--size needs a byte count}; shift 2 ;;
+        --wine) wine=1; shift ;;
         *) echo "unknown option $1" >&2; exit 2 ;;
     esac
 done
 cmake --build "$build" --target bench_download >/dev/null
+if [ -n "$wine" ]; then
+    windows_build=${BRISA_WINDOWS_BUILD:-$(dirname "$build")/windows}
+    cmake --build "$windows_build" --target bench_download >/dev/null
+    export BRISA_WINEPREFIX="$windows_build/wineprefix"
+    wine_run=$(dirname "$0")/../../cmake/wine-run.sh
+    "$wine_run" --up >/dev/null
+fi
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/brisa-bench-download.XXXXXX")
 chmod 755 "$work"
@@ -47,8 +58,8 @@ cat > "$work/www/$manifest_path/manifest.json" <<JSON
             "uncompressedSize":$size,"sha256":"$digest"},
  "fullPackage":{"url":"https://127.0.0.1:$port/pkg/package.zip","fileName":"package.zip"}}
 JSON
-# Signed with the build tree's throwaway key, which the build accepts.
-"$(dirname "$0")/../../tools/sign-manifest" --key "$build/signing/manifest-key.pem" "$work/www/$manifest_path/manifest.json"
+# Signed with the build tree's throwaway key, which the build accepts (the Windows one's with --wine).
+"$(dirname "$0")/../../tools/sign-manifest" --key "${windows_build:-$build}/signing/manifest-key.pem" "$work/www/$manifest_path/manifest.json"
 cat > "$work/nginx.conf" <<CONF
 daemon off;
 worker_processes 2;
@@ -110,6 +121,32 @@ run_ours() {
     rss_kib+=("$(sed -n 's/.*rss_kib=\([0-9]*\).*/\1/p' <<<"$line")")
     rm -rf "$work/cache"
 }
+run_wine() {
+    local line
+    rm -rf "$work/cache"
+    line=$("$wine_run" --plain "$windows_build/bench/download/bench_download.exe" \
+        "https://127.0.0.1:$port/$manifest_path/manifest.json" "Z:$work/cache" "Z:$work/ca.pem" 2>/dev/null | tr -d '\r')
+    received_s+=("$(sed -n 's/.*received_s=\([0-9.]*\).*/\1/p' <<<"$line")")
+    verify_s+=("$(sed -n 's/.*verify_s=\([0-9.]*\).*/\1/p' <<<"$line")")
+    rss_kib+=("$(sed -n 's/.*rss_kib=\([0-9]*\).*/\1/p' <<<"$line")")
+    rm -rf "$work/cache"
+}
+
+if [ -n "$wine" ]; then
+    runs=${BRISA_BENCH_RUNS:-5}
+    curl_s=() received_s=() verify_s=() rss_kib=()
+    for run in $(seq "$runs"); do
+        if [ $((run % 2)) -eq 1 ]; then run_curl; run_wine; else run_wine; run_curl; fi
+    done
+    curl_m=$(median "${curl_s[@]}") received_m=$(median "${received_s[@]}") verify_m=$(median "${verify_s[@]}")
+    printf 'cores=%s size=%s bytes runs=%s load=%s\n' "$(nproc)" "$size" "$runs" "$(cut -d' ' -f1-3 /proc/loadavg)"
+    printf 'curl        runs: %s\n' "${curl_s[*]}"
+    printf 'ours (Wine) runs: %s (to the last byte)\n' "${received_s[*]}"
+    printf 'ours (Wine) verification after the last byte, runs: %s\n' "${verify_s[*]}"
+    printf 'wine download ratio=%.2f verify_s=%.3f rss_mib=%.1f\n' "$(calc "$curl_m / $received_m")" "$verify_m" \
+        "$(calc "$(printf '%s\n' "${rss_kib[@]}" | sort -n | tail -1) / 1024")"
+    exit 0
+fi
 
 # Five runs of every tool, the order reversed every other run, so that neither a warm cache nor
 # a neighbour's load favours one tool; medians decide.

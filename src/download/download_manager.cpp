@@ -60,11 +60,19 @@ DownloadManager::DownloadManager(QObject *parent)
     m_retryTimer->setSingleShot(true);
     connect(m_activityTimer, &QTimer::timeout, this, &DownloadManager::checkNetworkActivity);
     connect(m_retryTimer, &QTimer::timeout, this, &DownloadManager::retryTimerFired);
+    m_assemblyThread.setObjectName(QStringLiteral("Package assembly"));
+    m_assemblyContext = new QObject;
+    m_assemblyContext->moveToThread(&m_assemblyThread);
+    connect(&m_assemblyThread, &QThread::finished, m_assemblyContext, &QObject::deleteLater);
+    m_assemblyThread.start();
 }
 
 DownloadManager::~DownloadManager()
 {
     cancel();
+    // The assembly thread may still be reporting to this object: it ends first.
+    m_assemblyThread.quit();
+    m_assemblyThread.wait();
 }
 
 void DownloadManager::setTiming(const Timing &timing)
@@ -348,7 +356,7 @@ void DownloadManager::prepareChunks()
     emit progressChanged(m_largestAggregate, package.size);
     if (m_cancelled)
         return;
-    scheduleAssembly();
+    queueAssembly();
     startPendingChunks();
 }
 
@@ -482,7 +490,7 @@ void DownloadManager::finishChunk(QNetworkReply *reply)
     emit progressChanged(aggregate(), m_manifest.package.size);
     if (m_cancelled)
         return;
-    scheduleAssembly();
+    queueAssembly();
     startPendingChunks();
     finishIfDone();
 }
@@ -597,51 +605,61 @@ void DownloadManager::failCurrent(const QString &message)
 
 void DownloadManager::resetAssembly()
 {
-    m_assembly.reset();
-    m_assembledChunks = 0;
-    m_assemblyScheduled = false;
+    if (m_assembly) {
+        // Steps already queued return at once; the last of them closes the file on the
+        // assembly thread, before any step of a new assembly of the same file runs.
+        m_assembly->abandon();
+        m_assembly.reset();
+    }
+    ++m_assemblySerial;
+    m_queuedChunks = m_assembledChunks = 0;
 }
 
-void DownloadManager::scheduleAssembly()
+void DownloadManager::runAssemblyStep(AssemblyStep step, AssemblyDone done)
 {
-    if (m_assemblyScheduled)
-        return;
-    m_assemblyScheduled = true;
-    const quint64 generation = m_generation;
-    // One chunk per turn of the event loop keeps the window and the transfers responsive.
-    QTimer::singleShot(0, this, [this, generation] {
-        if (generation != m_generation)
+    const std::shared_ptr<PackageAssembly> assembly = m_assembly;
+    const quint64 serial = m_assemblySerial;
+    QMetaObject::invokeMethod(m_assemblyContext, [this, assembly, serial, step = std::move(step), done = std::move(done)] {
+        if (assembly->abandoned())
             return;
-        m_assemblyScheduled = false;
-        assembleNextChunk();
-    });
+        QString error;
+        const bool ok = step(assembly.get(), &error);
+        const PackageAssembly::Failure failure = assembly->failure();
+        QMetaObject::invokeMethod(this, [this, serial, ok, failure, error, done] {
+            if (serial == m_assemblySerial)
+                done(ok, failure, error);
+        }, Qt::QueuedConnection);
+    }, Qt::QueuedConnection);
 }
 
-void DownloadManager::assembleNextChunk()
+void DownloadManager::queueAssembly()
 {
     if (m_cancelled || m_failed || !m_chunkPhase)
         return;
-    QString error;
     if (!m_assembly) {
-        m_assembly = std::make_unique<PackageAssembly>(QDir(m_cacheDir).filePath(m_manifest.package.fileName));
-        if (!m_assembly->begin(&error)) {
-            failCurrent(error);
-            return;
-        }
+        m_assembly = std::make_shared<PackageAssembly>(QDir(m_cacheDir).filePath(m_manifest.package.fileName));
+        runAssemblyStep([](PackageAssembly *assembly, QString *error) { return assembly->begin(error); },
+                        [this](bool ok, PackageAssembly::Failure, const QString &error) {
+                            if (!ok)
+                                failCurrent(error);
+                        });
     }
-    if (m_assembledChunks < m_chunks.size() && m_chunks.at(m_assembledChunks).complete) {
-        const ChunkState &chunk = m_chunks.at(m_assembledChunks);
-        if (!m_assembly->append(chunk.path, chunk.length(), &error)) {
-            failCurrent(error);
-            return;
-        }
-        ++m_assembledChunks;
-        // Assembling cached chunks is progress too; the stall rule must not end it.
-        m_progressClock.start();
-        if (m_assembledChunks < m_chunks.size() && m_chunks.at(m_assembledChunks).complete)
-            scheduleAssembly();
+    for (; m_queuedChunks < m_chunks.size() && m_chunks.at(m_queuedChunks).complete; ++m_queuedChunks) {
+        const ChunkState &chunk = m_chunks.at(m_queuedChunks);
+        runAssemblyStep([path = chunk.path, length = chunk.length()](PackageAssembly *assembly, QString *error) {
+                            return assembly->append(path, length, error);
+                        },
+                        [this](bool ok, PackageAssembly::Failure, const QString &error) {
+                            if (!ok) {
+                                failCurrent(error);
+                                return;
+                            }
+                            ++m_assembledChunks;
+                            // Assembling cached chunks is progress too; the stall rule must not end it.
+                            m_progressClock.start();
+                            finishIfDone();
+                        });
     }
-    finishIfDone();
 }
 
 void DownloadManager::finishIfDone()
@@ -651,11 +669,18 @@ void DownloadManager::finishIfDone()
     m_chunkPhase = false;
     m_activityTimer->stop();
     m_retryTimer->stop();
-    QString error;
-    const bool verified = m_assembly->finish(m_manifest.package.sha256, &error);
-    const PackageAssembly::Failure failure = m_assembly->failure();
+    runAssemblyStep([sha256 = m_manifest.package.sha256](PackageAssembly *assembly, QString *error) {
+                        return assembly->finish(sha256, error);
+                    },
+                    [this](bool verified, PackageAssembly::Failure failure, const QString &error) {
+                        assemblyFinished(verified, failure, error);
+                    });
+}
+
+void DownloadManager::assemblyFinished(bool verified, PackageAssembly::Failure failure, const QString &error)
+{
     const QString zipPath = m_assembly->targetPath();
-    m_assembly.reset();
+    resetAssembly();
     if (verified) {
         InstallerLogger::write(QStringLiteral("ZIP download complete: %1").arg(zipPath));
         emit completed(zipPath, m_manifest.fullPackage.url, m_manifest.version);
@@ -696,7 +721,7 @@ bool DownloadManager::discardCachedChunks()
     m_progressClock.start();
     m_activityTimer->start();
     emit progressChanged(m_largestAggregate, m_manifest.package.size);
-    scheduleAssembly();
+    queueAssembly();
     startPendingChunks();
     return true;
 }

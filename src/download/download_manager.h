@@ -13,8 +13,10 @@
 #include <QQueue>
 #include <QSslConfiguration>
 #include <QString>
+#include <QThread>
 #include <QUrl>
 
+#include <functional>
 #include <memory>
 
 class QNetworkAccessManager;
@@ -23,9 +25,10 @@ class QTimer;
 
 // Fetches the version manifest, then the package it names in 8 MiB byte ranges, at most six at
 // once, each range streamed into its own chunk file of the download cache. Lives on the GUI
-// thread and is driven by the event loop only. Chunks finished in index order are appended to
-// the package and hashed while later ones still download, so the package is verified moments
-// after its last byte arrives.
+// thread and is driven by the event loop only, which decides everything. Chunks finished in index
+// order are handed to the assembly thread, which appends them to the package and hashes them
+// while later ones still download, so the package is verified moments after its last byte
+// arrives and no hash ever keeps the GUI thread from draining the replies.
 class DownloadManager : public QObject
 {
     Q_OBJECT
@@ -108,9 +111,12 @@ private:
     void checkNetworkActivity();
     void failCurrent(const QString &message);
     void resetAssembly();
-    void scheduleAssembly();
-    void assembleNextChunk();
+    void queueAssembly();
+    using AssemblyStep = std::function<bool(PackageAssembly *assembly, QString *error)>;
+    using AssemblyDone = std::function<void(bool ok, PackageAssembly::Failure failure, const QString &error)>;
+    void runAssemblyStep(AssemblyStep step, AssemblyDone done);
     void finishIfDone();
+    void assemblyFinished(bool verified, PackageAssembly::Failure failure, const QString &error);
     bool discardCachedChunks();
     qint64 aggregate() const { return m_aggregate; }
     bool stalled() const;
@@ -152,8 +158,12 @@ private:
     QQueue<int> m_pending;
     QHash<QNetworkReply *, ActiveTransfer *> m_active;
 
-    // The package grows chunk by chunk in index order while the rest still downloads.
-    std::unique_ptr<PackageAssembly> m_assembly;
-    int m_assembledChunks = 0;
-    bool m_assemblyScheduled = false;
+    // The package grows chunk by chunk in index order on its own thread while the rest still
+    // downloads. Only that thread touches the assembly; it reports each step back here.
+    QThread m_assemblyThread;
+    QObject *m_assemblyContext = nullptr; // lives on m_assemblyThread
+    std::shared_ptr<PackageAssembly> m_assembly;
+    quint64 m_assemblySerial = 0; // tells reports of an abandoned assembly apart
+    int m_queuedChunks = 0;       // handed to the assembly thread
+    int m_assembledChunks = 0;    // reported back as appended
 };

@@ -2,6 +2,8 @@
 
 #include <QCoreApplication>
 
+#include <cstdint>
+
 namespace {
 
 constexpr qint64 copyBlock = 1048576;
@@ -40,8 +42,11 @@ PackageAssembly::~PackageAssembly() = default;
 
 bool PackageAssembly::begin(QString *error)
 {
-    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    if (!openTarget())
         return fail(Failure::Create, error);
+    m_blockStorage.resize(copyBlock + unbufferedAlignment);
+    const auto start = reinterpret_cast<std::uintptr_t>(m_blockStorage.data());
+    m_block = m_blockStorage.data() + (unbufferedAlignment - start % unbufferedAlignment) % unbufferedAlignment;
     return true;
 }
 
@@ -50,23 +55,33 @@ bool PackageAssembly::append(const QString &chunkPath, qint64 length, QString *e
     QFile chunk(chunkPath);
     if (!chunk.open(QIODevice::ReadOnly))
         return fail(Failure::ReadChunk, error);
-    QByteArray block(copyBlock, Qt::Uninitialized);
+    char *block = m_block;
     qint64 copied = 0;
     for (;;) {
-        const qint64 read = chunk.read(block.data(), block.size());
+        if (m_abandoned)
+            return fail(Failure::Combine, error);
+        const qint64 read = chunk.read(block, copyBlock);
         if (read < 0 || (read == 0 && chunk.error() != QFileDevice::NoError))
             return fail(Failure::Combine, error);
         if (read == 0)
             break;
-        if (m_file.write(block.constData(), read) != read)
+        // Hashed before it is written, while it is still in the processor's cache.
+        m_hash.addData(QByteArrayView(block, read));
+        if (!write(block, read))
             return fail(Failure::Write, error);
-        m_hash.addData(QByteArrayView(block.constData(), read));
         copied += read;
     }
     // A chunk that changed size since it was downloaded would shift every later byte.
     if (copied != length)
         return fail(Failure::Combine, error);
     return true;
+}
+
+bool PackageAssembly::write(const char *data, qint64 size)
+{
+    if (m_unbuffered && size % unbufferedAlignment != 0)
+        endUnbuffered();
+    return m_file.write(data, size) == size;
 }
 
 bool PackageAssembly::finish(const QByteArray &expectedSha256, QString *error)
@@ -78,7 +93,7 @@ bool PackageAssembly::finish(const QByteArray &expectedSha256, QString *error)
     m_file.close();
     if (m_hash.hexResult().compare(expectedSha256, Qt::CaseInsensitive) != 0)
         return fail(Failure::Verification, error);
-    if (!m_file.rename(m_target))
+    if (!QFile::rename(m_target + QStringLiteral(".assembling"), m_target))
         return fail(Failure::Finalize, error);
     return true;
 }

@@ -1,0 +1,6 @@
+#pragma once
+
+#include <QtGlobal>
+
+// The process's peak resident memory so far, in KiB.
+qint64 peakMemoryKib();
