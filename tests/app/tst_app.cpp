@@ -4,6 +4,7 @@
 #include "app/startup.h"
 #include "location/installation_location.h"
 #include "support/fake_installation.h"
+#include "support/test_files.h"
 #include "support/test_links.h"
 
 #include <QtTest>
@@ -13,8 +14,6 @@
 #endif
 
 using InstallerLaunch::Options;
-using FakeInstallation::writeFile;
-
 namespace {
 
 const char writerOption[] = "--log-writer";
@@ -204,8 +203,8 @@ private slots:
         QFETCH(QStringList, candidates);
         QFETCH(QString, chosen);
         QTemporaryDir dir;
-        QVERIFY(writeFile(dir.filePath(QStringLiteral("file.txt")), {}));
-        QVERIFY(writeFile(dir.filePath(QStringLiteral("blocked/BrisaLinkerInstaller")), {}));
+        QVERIFY(TestFiles::write(dir.filePath(QStringLiteral("file.txt")), {}));
+        QVERIFY(TestFiles::write(dir.filePath(QStringLiteral("blocked/BrisaLinkerInstaller")), {}));
         QVERIFY(QDir().mkpath(dir.filePath(QStringLiteral("real"))));
         for (QString &candidate : candidates) {
             if (candidate == QLatin1String("@relative"))
@@ -255,13 +254,13 @@ private slots:
 #ifndef Q_OS_WIN
         // A link planted as the day's file is refused, not written through: its target stays as it was.
         const QString linkedRoot = temp(QStringLiteral("linked-log"));
-        QVERIFY(writeFile(temp(QStringLiteral("target.txt")), "untouched") && QDir().mkpath(linkedRoot));
+        QVERIFY(TestFiles::write(temp(QStringLiteral("target.txt")), "untouched") && QDir().mkpath(linkedRoot));
         QVERIFY(QFile::link(temp(QStringLiteral("target.txt")), dayLog(linkedRoot)));
         InstallerLogger::writeTo(linkedRoot, QStringLiteral("not through the link"));
         QCOMPARE(readLines(temp(QStringLiteral("target.txt"))), QStringList { QStringLiteral("untouched") });
 #endif
         // A log root that cannot be created (below a file) loses the line quietly.
-        QVERIFY(writeFile(temp(QStringLiteral("plain-file")), {}));
+        QVERIFY(TestFiles::write(temp(QStringLiteral("plain-file")), {}));
         InstallerLogger::writeTo(temp(QStringLiteral("plain-file/log")), QStringLiteral("lost"));
         QVERIFY(QFileInfo(temp(QStringLiteral("plain-file"))).isFile());
     }
@@ -348,12 +347,12 @@ private slots:
         if (!windowsTemp.isEmpty()) {
             // TEMP runs through a directory link, the LocalAppData cache is blocked by a file, and
             // WINDIR points into the test's own directory.
-            QVERIFY(!QFileInfo::exists(cacheBlocker) && writeFile(cacheBlocker, {}));
+            QVERIFY(!QFileInfo::exists(cacheBlocker) && TestFiles::write(cacheBlocker, {}));
             temporary = QStringLiteral("C:/brisa-link-fixture/dir-link/temp");
             environment.insert(QStringLiteral("WINDIR"), QDir::toNativeSeparators(dir.filePath(QStringLiteral("windows"))));
             logRoot = dir.filePath(QStringLiteral("windows/Temp/BrisaLinkerInstaller/log"));
             if (windowsTemp == QLatin1String("blocked"))
-                QVERIFY(writeFile(QFileInfo(logRoot).path(), {}));
+                QVERIFY(TestFiles::write(QFileInfo(logRoot).path(), {}));
         }
         environment.insert(QStringLiteral("TEMP"), QDir::toNativeSeparators(temporary));
         environment.insert(QStringLiteral("TMP"), QDir::toNativeSeparators(temporary));

@@ -1,4 +1,4 @@
-#include "support/fake_installation.h"
+#include "support/test_files.h"
 
 #include <QtTest>
 
@@ -12,15 +12,7 @@
 #include "extract/archive_extractor.h"
 #endif
 
-using FakeInstallation::writeFile;
-
 namespace {
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 QByteArray sha256(const QByteArray &bytes)
 {
@@ -45,7 +37,7 @@ using Files = std::map<QString, QByteArray>;
 bool writeTree(const QString &root, const Files &files)
 {
     for (const auto &[path, content] : files) {
-        if (!writeFile(root + QLatin1Char('/') + path, content))
+        if (!TestFiles::write(root + QLatin1Char('/') + path, content))
             return false;
     }
     return true;
@@ -124,7 +116,7 @@ private slots:
         if (productFile == QLatin1String("@link"))
             QVERIFY(QFile::link(source + QStringLiteral("/updater.exe"), source + QStringLiteral("/linked.exe")));
         // A release already being served is replaced whole or stays exactly as it was.
-        QVERIFY(writeFile(output + QStringLiteral("/manifest.json"), "{\"previous\":true}"));
+        QVERIFY(TestFiles::write(output + QStringLiteral("/manifest.json"), "{\"previous\":true}"));
         const QString base = QStringLiteral("https://127.0.0.1:8443/bl-desktop/prod/brisalinker/installer/win/");
         const QStringList arguments = QStringList { QStringLiteral("--source"), source, QStringLiteral("--version"), QStringLiteral("2.0.1"),
                                                     QStringLiteral("--base-url"), base, QStringLiteral("--output"), output }
@@ -137,14 +129,14 @@ private slots:
         if (fileName.isEmpty()) {
             QCOMPARE(process.exitCode(), 1);
             QVERIFY(!errors.isEmpty());
-            QCOMPARE(readAll(output + QStringLiteral("/manifest.json")), QByteArray("{\"previous\":true}"));
+            QCOMPARE(TestFiles::read(output + QStringLiteral("/manifest.json")), QByteArray("{\"previous\":true}"));
             return;
         }
         QVERIFY2(process.exitCode() == 0, errors.constData());
-        const QByteArray manifestBytes = readAll(output + QStringLiteral("/manifest.json"));
+        const QByteArray manifestBytes = TestFiles::read(output + QStringLiteral("/manifest.json"));
         const QJsonObject manifest = QJsonDocument::fromJson(manifestBytes).object();
         const QJsonObject package = manifest.value(QStringLiteral("package")).toObject();
-        const QByteArray zip = readAll(output + QLatin1Char('/') + fileName);
+        const QByteArray zip = TestFiles::read(output + QLatin1Char('/') + fileName);
         QCOMPARE(manifest.value(QStringLiteral("schemaVersion")).toInt(), 1);
         QCOMPARE(manifest.value(QStringLiteral("version")).toString(), QStringLiteral("2.0.1"));
         QCOMPARE(manifest.value(QStringLiteral("releaseId")).toString(), releaseId);
@@ -168,12 +160,12 @@ private slots:
         names.sort();
         QCOMPARE(names, (QStringList { "2.0.1/bl-core.exe", "brisalinker.exe", "cfgdata/version.ini", "empty.txt", "updater.exe" }));
         for (const auto &[path, content] : productFiles)
-            QVERIFY2(readAll(unpackedRoot + QLatin1Char('/') + path) == content, qPrintable(path));
+            QVERIFY2(TestFiles::read(unpackedRoot + QLatin1Char('/') + path) == content, qPrintable(path));
         // The same input gives the same package, also when its files are touched later.
         QTest::qWait(1100);
-        QVERIFY(QFile::remove(source + QStringLiteral("/empty.txt")) && writeFile(source + QStringLiteral("/empty.txt"), {}));
+        QVERIFY(QFile::remove(source + QStringLiteral("/empty.txt")) && TestFiles::write(source + QStringLiteral("/empty.txt"), {}));
         QCOMPARE(run(qEnvironmentVariable("BRISA_MAKE_RELEASE"), QStringList(arguments).replaceInStrings(output, output + QLatin1Char('2'))), 0);
-        QCOMPARE(readAll(output + QStringLiteral("2/manifest.json")), manifestBytes);
+        QCOMPARE(TestFiles::read(output + QStringLiteral("2/manifest.json")), manifestBytes);
     }
 
     void signedExecutable_data()
@@ -204,14 +196,14 @@ private slots:
         QTemporaryDir temp;
         const QString program = temp.filePath(QStringLiteral("program.exe"));
         QVERIFY(QFile::copy(sample, program));
-        const QByteArray original = readAll(program);
+        const QByteArray original = TestFiles::read(program);
         if (change != QLatin1String("unsigned")) {
             const bool mismatched = change == QLatin1String("mismatched key");
             QCOMPARE(run(tool("sign-executable"), { QStringLiteral("--cert"), publisher + QStringLiteral("/signer.pem"), QStringLiteral("--key"),
                                                    (mismatched ? other : publisher) + QStringLiteral("/signer.key"), QStringLiteral("--name"),
                                                    QStringLiteral("Sample"), program }),
                      mismatched ? 1 : 0);
-            QCOMPARE(readAll(program) == original, mismatched);
+            QCOMPARE(TestFiles::read(program) == original, mismatched);
             QCOMPARE(QDir(temp.path()).entryList(QDir::Files), QStringList { QStringLiteral("program.exe") });
         }
         if (change.endsWith(QLatin1String(" byte"))) {
@@ -231,8 +223,8 @@ private slots:
     static QString deployService(const QTemporaryDir &temp, const QString &policy)
     {
         const QString root = temp.filePath(QStringLiteral("Brisa Linker")), service = root + QStringLiteral("/WinServices/service");
-        if (!writeFile(root + QStringLiteral("/brisalinker.exe"), "the launcher")
-            || !writeFile(service + QStringLiteral("/policy.ini"), policy.arg(QDir::toNativeSeparators(root), QString::fromLatin1(sha256("the launcher"))).toUtf8())
+        if (!TestFiles::write(root + QStringLiteral("/brisalinker.exe"), "the launcher")
+            || !TestFiles::write(service + QStringLiteral("/policy.ini"), policy.arg(QDir::toNativeSeparators(root), QString::fromLatin1(sha256("the launcher"))).toUtf8())
             || !QFile::copy(demoProgram(3), service + QStringLiteral("/bl-maintenance.exe")))
             return {};
         return QDir::toNativeSeparators(service + QStringLiteral("/bl-maintenance.exe"));
@@ -284,7 +276,7 @@ private slots:
             : QStringList { QStringLiteral("--check-program"), QDir::toNativeSeparators(temp.filePath(QStringLiteral("Brisa Linker/")) + program) };
         QByteArray output;
         QCOMPARE(run(service, arguments, &output), exitCode);
-        QCOMPARE(QString::fromUtf8(output), reply.replace(QStringLiteral("%1"), QString::fromLatin1(sha256(readAll(QFileInfo(service).path() + QStringLiteral("/policy.ini"))))));
+        QCOMPARE(QString::fromUtf8(output), reply.replace(QStringLiteral("%1"), QString::fromLatin1(sha256(TestFiles::read(QFileInfo(service).path() + QStringLiteral("/policy.ini"))))));
     }
 
     // Created with a quoted binary path that has blanks, started, stopped promptly and deleted

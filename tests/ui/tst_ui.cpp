@@ -4,7 +4,7 @@
 #include "ui/hero_panel.h"
 #include "ui/installation_flow.h"
 #include "ui/main_window.h"
-#include "support/fake_installation.h"
+#include "support/test_files.h"
 #include "support/test_https_server.h"
 #include "support/test_signing.h"
 
@@ -14,8 +14,6 @@
 #include <zip.h>
 
 #include <memory>
-
-using FakeInstallation::writeFile;
 
 namespace {
 
@@ -142,12 +140,6 @@ const Files releaseFiles {
     { QStringLiteral("2.1.0/resources/app.pak"), QByteArray(300000, 'p') },
 };
 
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 // The archive's bytes, also left at `path`.
 QByteArray writeZip(const QString &path, const Files &files)
 {
@@ -158,7 +150,7 @@ QByteArray writeZip(const QString &path, const Files &files)
         zip_source_t *source = zip_source_buffer(archive, content.constData(), zip_uint64_t(content.size()), 0);
         zip_file_add(archive, name.toUtf8().constData(), source, ZIP_FL_ENC_UTF_8);
     }
-    return archive && zip_close(archive) == 0 ? readAll(path) : QByteArray();
+    return archive && zip_close(archive) == 0 ? TestFiles::read(path) : QByteArray();
 }
 
 QStringList stagingLeftovers(const QString &parent)
@@ -683,7 +675,7 @@ private slots:
         while (it.hasNext()) {
             const QString relative = QDir(root).relativeFilePath(it.next());
             ++read;
-            if (relative != allowedIn && QString::fromUtf8(readAll(it.filePath())).contains(call))
+            if (relative != allowedIn && QString::fromUtf8(TestFiles::read(it.filePath())).contains(call))
                 found << relative;
         }
         QVERIFY2(read > 50, qPrintable(root));
@@ -754,7 +746,7 @@ private slots:
             destination = temp("link/Apps");
         } else if (destination == QLatin1String("@foreign")) {
             destination = temp("Apps/BrisaLinker");
-            QVERIFY(writeFile(destination + QStringLiteral("/brisalinker.exe"), "not a program"));
+            QVERIFY(TestFiles::write(destination + QStringLiteral("/brisalinker.exe"), "not a program"));
         }
         auto *flow = new InstallationFlow(m_window.get(), {}, settings());
         m_window->setDestination(destination);
@@ -844,7 +836,7 @@ private slots:
             QVERIFY2(seen.at(i) > seen.at(i - 1), "the overall progress went backwards");
         QVERIFY(seen.indexOf(100) == seen.size() - 1);
         for (const auto &[name, content] : releaseFiles)
-            QVERIFY2(readAll(flow->destination() + QLatin1Char('/') + name) == content, qPrintable(name));
+            QVERIFY2(TestFiles::read(flow->destination() + QLatin1Char('/') + name) == content, qPrintable(name));
         QTRY_VERIFY(stagingLeftovers(temp("Apps")).isEmpty());
     }
 
@@ -891,14 +883,14 @@ private slots:
         QFETCH(bool, foreignProgram);
         QFETCH(QString, message);
         if (!archive.isEmpty())
-            QVERIFY(writeFile(temp("package.zip"), archive));
+            QVERIFY(TestFiles::write(temp("package.zip"), archive));
         InstallationFlow::Settings s = settings();
         s.closePermissionDelayMs = 600000;
         InstallationFlow *flow = startedFlow(s);
         QSignalSpy cleaned(flow, &InstallationFlow::stagingCleanupFinished);
         // Appears after the first attempt's checks, so only the retry meets it.
         if (foreignProgram)
-            QVERIFY(writeFile(flow->destination() + QStringLiteral("/brisalinker.exe"), "not a program"));
+            QVERIFY(TestFiles::write(flow->destination() + QStringLiteral("/brisalinker.exe"), "not a program"));
         ModalAnswers answers({ answer, QStringLiteral("OK") });
         emit flow->downloadManager()->completed(temp("package.zip"), QUrl(), QStringLiteral("2.1.0"));
         QTRY_VERIFY(!answers.seen.isEmpty());
@@ -1041,7 +1033,7 @@ private slots:
         // Only the unfinished chunk travels again.
         const QList<QByteArray> again = m_server.ranges(zip);
         QVERIFY2(again.size() == 1, qPrintable(QStringLiteral("first run %1; second run %2 requests").arg(first.join(' ')).arg(again.size())));
-        QVERIFY(readAll(flow->destination() + QStringLiteral("/2.1.0/resources/noise.bin")) == noise);
+        QVERIFY(TestFiles::read(flow->destination() + QStringLiteral("/2.1.0/resources/noise.bin")) == noise);
     }
 };
 
