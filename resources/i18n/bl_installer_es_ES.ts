@@ -112,7 +112,7 @@
 <context>
     <name>DownloadManager</name>
     <message>
-        <location filename="../../src/download/download_manager.cpp" line="+271"/>
+        <location filename="../../src/download/download_manager.cpp" line="+279"/>
         <source>Unable to download the version manifest: %1</source>
         <translation>No se pudo descargar el manifiesto de la versión: %1</translation>
     </message>
@@ -159,7 +159,7 @@
         <translation>Un fragmento de la descarga tiene un tamaño inesperado.</translation>
     </message>
     <message>
-        <location filename="../../src/download/package_assembly.cpp" line="+19"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+21"/>
         <source>The combined package failed verification.</source>
         <translation>El paquete combinado no superó la verificación.</translation>
     </message>
@@ -192,7 +192,7 @@
 <context>
     <name>InstallationFlow</name>
     <message>
-        <location filename="../../src/ui/installation_flow.cpp" line="+141"/>
+        <location filename="../../src/ui/installation_flow.cpp" line="+143"/>
         <source>%1 MB/s</source>
         <translation>%1 MB/s</translation>
     </message>
@@ -328,12 +328,12 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
     </message>
     <message>
         <location line="+18"/>
-        <location line="+90"/>
+        <location line="+104"/>
         <source>Installation failed</source>
         <translation>Error de instalación</translation>
     </message>
     <message>
-        <location line="-79"/>
+        <location line="-93"/>
         <source>Creating shortcuts...</source>
         <translation>Creando accesos directos...</translation>
     </message>
@@ -348,7 +348,12 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
         <translation>Listo</translation>
     </message>
     <message>
-        <location line="+34"/>
+        <location line="+16"/>
+        <source>Earlier installation migrated</source>
+        <translation>Instalación anterior migrada</translation>
+    </message>
+    <message>
+        <location line="+32"/>
         <source>Unable to start Brisa-Linker</source>
         <translation>No se pudo iniciar Brisa-Linker</translation>
     </message>
@@ -621,6 +626,25 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
     </message>
 </context>
 <context>
+    <name>LegacyMigration</name>
+    <message>
+        <location filename="../../src/journal/legacy_migration_cleanup.cpp" line="+148"/>
+        <location filename="translation_texts.cpp" line="+75"/>
+        <source>Previous OBS/Pellacore files were preserved at:
+%1</source>
+        <translation>Los archivos anteriores de OBS/Pellacore se conservaron en:
+%1</translation>
+    </message>
+    <message>
+        <location line="+14"/>
+        <location filename="translation_texts.cpp" line="+1"/>
+        <source>Some old files could not be removed and will be retried on the next installation:
+%1</source>
+        <translation>No se pudieron eliminar algunos archivos antiguos; se volverá a intentar en la próxima instalación:
+%1</translation>
+    </message>
+</context>
+<context>
     <name>MainWindow</name>
     <message>
         <location filename="../../src/ui/main_window.cpp" line="+123"/>
@@ -738,7 +762,7 @@ Se cerrarán de inmediato de forma forzada; el trabajo no guardado podría perde
         <translation>Disponible: %1</translation>
     </message>
     <message>
-        <location filename="translation_texts.cpp" line="+37"/>
+        <location filename="translation_texts.cpp" line="-39"/>
         <source>Invalid installation location</source>
         <translation>Ubicación de instalación no válida</translation>
     </message>

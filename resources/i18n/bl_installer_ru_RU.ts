@@ -112,7 +112,7 @@
 <context>
     <name>DownloadManager</name>
     <message>
-        <location filename="../../src/download/download_manager.cpp" line="+271"/>
+        <location filename="../../src/download/download_manager.cpp" line="+279"/>
         <source>Unable to download the version manifest: %1</source>
         <translation>Не удалось загрузить описание версии: %1</translation>
     </message>
@@ -159,7 +159,7 @@
         <translation>Часть загрузки имеет неожиданный размер.</translation>
     </message>
     <message>
-        <location filename="../../src/download/package_assembly.cpp" line="+19"/>
+        <location filename="../../src/download/package_assembly.cpp" line="+21"/>
         <source>The combined package failed verification.</source>
         <translation>Собранный пакет не прошёл проверку.</translation>
     </message>
@@ -192,7 +192,7 @@
 <context>
     <name>InstallationFlow</name>
     <message>
-        <location filename="../../src/ui/installation_flow.cpp" line="+141"/>
+        <location filename="../../src/ui/installation_flow.cpp" line="+143"/>
         <source>%1 MB/s</source>
         <translation>%1 МБ/с</translation>
     </message>
@@ -328,12 +328,12 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
     </message>
     <message>
         <location line="+18"/>
-        <location line="+90"/>
+        <location line="+104"/>
         <source>Installation failed</source>
         <translation>Ошибка установки</translation>
     </message>
     <message>
-        <location line="-79"/>
+        <location line="-93"/>
         <source>Creating shortcuts...</source>
         <translation>Создание ярлыков...</translation>
     </message>
@@ -348,7 +348,12 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Готово</translation>
     </message>
     <message>
-        <location line="+34"/>
+        <location line="+16"/>
+        <source>Earlier installation migrated</source>
+        <translation>Прежняя установка перенесена</translation>
+    </message>
+    <message>
+        <location line="+32"/>
         <source>Unable to start Brisa-Linker</source>
         <translation>Не удалось запустить Brisa-Linker</translation>
     </message>
@@ -621,6 +626,25 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
     </message>
 </context>
 <context>
+    <name>LegacyMigration</name>
+    <message>
+        <location filename="../../src/journal/legacy_migration_cleanup.cpp" line="+148"/>
+        <location filename="translation_texts.cpp" line="+75"/>
+        <source>Previous OBS/Pellacore files were preserved at:
+%1</source>
+        <translation>Прежние файлы OBS/Pellacore сохранены в папке:
+%1</translation>
+    </message>
+    <message>
+        <location line="+14"/>
+        <location filename="translation_texts.cpp" line="+1"/>
+        <source>Some old files could not be removed and will be retried on the next installation:
+%1</source>
+        <translation>Некоторые старые файлы не удалось удалить; это будет повторено при следующей установке:
+%1</translation>
+    </message>
+</context>
+<context>
     <name>MainWindow</name>
     <message>
         <location filename="../../src/ui/main_window.cpp" line="+123"/>
@@ -738,7 +762,7 @@ They will be force-closed immediately; unsaved work may be lost. Continue instal
         <translation>Доступно: %1</translation>
     </message>
     <message>
-        <location filename="translation_texts.cpp" line="+37"/>
+        <location filename="translation_texts.cpp" line="-39"/>
         <source>Invalid installation location</source>
         <translation>Недопустимая папка установки</translation>
     </message>

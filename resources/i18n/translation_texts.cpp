@@ -90,3 +90,9 @@ static const char *const flowTexts[] = {
     QT_TRANSLATE_NOOP("MainWindow", "Installation is finishing"),
     QT_TRANSLATE_NOOP("MainWindow", "System configuration has started, so this step cannot be safely rolled back. The window will close while installation finishes in the background."),
 };
+
+// The migration of an earlier installation tells the user where the old data went.
+static const char *const legacyMigrationTexts[] = {
+    QT_TRANSLATE_NOOP("LegacyMigration", "Previous OBS/Pellacore files were preserved at:\n%1"),
+    QT_TRANSLATE_NOOP("LegacyMigration", "Some old files could not be removed and will be retried on the next installation:\n%1"),
+};
