@@ -6,6 +6,7 @@
 #include "system/handles_win.h"
 #include "system/shortcuts.h"
 #include "system/url_protocol.h"
+#include "system/user_registry.h"
 
 #include <QDir>
 
@@ -41,10 +42,15 @@ std::wstring wide(const QString &text)
     return text.toStdWString();
 }
 
+QString uninstallSubkey()
+{
+    return QStringLiteral("Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker");
+}
+
 std::wstring uninstallEntry()
 {
     const QString sid = DesktopUser::sid();
-    return sid.isEmpty() ? std::wstring() : wide(sid + QStringLiteral("\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\BrisaLinker"));
+    return sid.isEmpty() ? std::wstring() : wide(sid + QLatin1Char('\\') + uninstallSubkey());
 }
 
 // A value as the record keeps it: its registry type (four bytes, little-endian), then its bytes,
@@ -122,39 +128,15 @@ bool flushToDisk(QFileDevice *file)
 
 bool readUninstallValues(QVariantMap *values, QString *installLocation)
 {
-    const std::wstring path = uninstallEntry();
-    if (path.empty())
+    QList<UserRegistry::Value> entry;
+    if (UserRegistry::readValues(uninstallSubkey(), &entry) != ERROR_SUCCESS)
         return false;
-    HKEY raw = nullptr;
-    const LSTATUS opened = RegOpenKeyExW(HKEY_USERS, path.c_str(), 0, KEY_QUERY_VALUE, &raw);
     QVariantMap result;
-    QString location;
-    if (opened != ERROR_SUCCESS && opened != ERROR_FILE_NOT_FOUND)
-        return false;
-    const UniqueRegistryKey key(opened == ERROR_SUCCESS ? raw : nullptr);
-    DWORD count = 0;
-    DWORD longestName = 0;
-    DWORD longestData = 0;
-    if (key && RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, &longestName,
-                                &longestData, nullptr, nullptr) != ERROR_SUCCESS)
-        return false;
-    for (DWORD index = 0; index < count; ++index) {
-        std::wstring name(longestName + 1, L'\0');
-        QByteArray data(qsizetype(longestData), Qt::Uninitialized);
-        DWORD nameSize = DWORD(name.size());
-        DWORD dataSize = DWORD(data.size());
-        DWORD type = 0;
-        if (RegEnumValueW(key.get(), index, name.data(), &nameSize, nullptr, &type, reinterpret_cast<BYTE *>(data.data()), &dataSize) != ERROR_SUCCESS)
-            return false; // changed while read: fail rather than keep half
-        data.resize(qsizetype(dataSize));
-        const QString valueName = QString::fromWCharArray(name.c_str(), int(nameSize));
-        if (valueName == QLatin1String("InstallLocation") && (type == REG_SZ || type == REG_EXPAND_SZ))
-            location = QString::fromWCharArray(reinterpret_cast<const wchar_t *>(data.constData()), int(dataSize / sizeof(wchar_t))).section(QChar(0), 0, 0);
-        result.insert(valueName, typed(type, data));
-    }
+    for (const UserRegistry::Value &value : std::as_const(entry))
+        result.insert(value.name, typed(value.type, value.data));
     *values = result;
     if (installLocation)
-        *installLocation = location;
+        *installLocation = UserRegistry::text(entry, QStringLiteral("InstallLocation"));
     return true;
 }
 
@@ -162,9 +144,6 @@ bool writeUninstallValues(const QVariantMap &values)
 {
     const std::wstring path = uninstallEntry();
     if (path.empty())
-        return false;
-    QVariantMap current;
-    if (!readUninstallValues(&current))
         return false;
     if (values.isEmpty()) {
         // The entry did not exist: the key goes too, unless something else lives under it.
@@ -174,23 +153,15 @@ bool writeUninstallValues(const QVariantMap &values)
         if (deleted == ERROR_SUCCESS || deleted == ERROR_FILE_NOT_FOUND)
             return true;
     }
-    HKEY raw = nullptr;
-    if (RegCreateKeyExW(HKEY_USERS, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, nullptr) != ERROR_SUCCESS)
-        return false;
-    const UniqueRegistryKey key(raw);
-    bool done = true;
-    for (auto it = current.cbegin(); it != current.cend() && done; ++it) {
-        done = RegDeleteValueW(key.get(), wideChars(it.key())) == ERROR_SUCCESS;
-        ChangeSteps::passed("write uninstall value");
-    }
-    for (auto it = values.cbegin(); it != values.cend() && done; ++it) {
+    QList<UserRegistry::Value> entry;
+    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+        UserRegistry::Value value { it.key(), 0, {} };
         DWORD type = REG_SZ;
-        QByteArray data;
-        untyped(it.value(), &type, &data);
-        done = RegSetValueExW(key.get(), wideChars(it.key()), 0, type, reinterpret_cast<const BYTE *>(data.constData()), DWORD(data.size())) == ERROR_SUCCESS;
-        ChangeSteps::passed("write uninstall value");
+        untyped(it.value(), &type, &value.data);
+        value.type = type;
+        entry.append(value);
     }
-    return done && RegFlushKey(key.get()) == ERROR_SUCCESS;
+    return UserRegistry::replaceValues(uninstallSubkey(), entry) == ERROR_SUCCESS;
 }
 
 QStringList shortcutPaths()

@@ -9,15 +9,7 @@
 
 #include <windows.h>
 
-struct HandleCloser
-{
-    void operator()(HANDLE handle) const
-    {
-        if (handle && handle != INVALID_HANDLE_VALUE)
-            CloseHandle(handle);
-    }
-};
-using UniqueHandle = std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleCloser>;
+#include "system/unique_handle_win.h"
 
 struct LocalFreer
 {

@@ -15,16 +15,6 @@ constexpr DWORD reparsePointRefused = 4393;
 const char *const dataDirectories[] = { "logs", "cfgdata", ".staging", ".downloads", "assets" };
 const QString lockFileName = QStringLiteral(".brisalinker.lock");
 
-struct FindCloser
-{
-    void operator()(HANDLE find) const
-    {
-        if (find != INVALID_HANDLE_VALUE)
-            FindClose(find);
-    }
-};
-using UniqueFind = std::unique_ptr<std::remove_pointer_t<HANDLE>, FindCloser>;
-
 QString native(const QString &path)
 {
     return QDir::toNativeSeparators(path);

@@ -1,5 +1,7 @@
 #include "system/product_processes.h"
 
+#include "system/unique_handle_win.h"
+
 #include <windows.h>
 #include <tlhelp32.h>
 
@@ -12,17 +14,6 @@ namespace ProductProcesses {
 namespace Platform {
 
 namespace {
-
-// Plain C++ without the installer's Qt-based handle helpers: the uninstaller links this file.
-struct Closer
-{
-    void operator()(HANDLE handle) const
-    {
-        if (handle && handle != INVALID_HANDLE_VALUE)
-            CloseHandle(handle);
-    }
-};
-using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, Closer>;
 
 std::wstring imagePath(HANDLE process)
 {
@@ -50,7 +41,7 @@ std::wstring fileName(const std::wstring &path)
 template<typename Visit>
 bool forEachNamed(const std::wstring &name, Visit visit)
 {
-    const Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot || snapshot.get() == INVALID_HANDLE_VALUE)
         return false;
     PROCESSENTRY32W entry {};
@@ -87,7 +78,7 @@ std::vector<NativePath> runningImagesUnder(const NativePath &root)
         return images;
     const std::wstring prefix = normalizedWindowsPath(root) + L"\\";
     forEachNamed({}, [&](DWORD pid) {
-        const Handle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid));
+        const UniqueHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid));
         if (!process)
             return;
         const std::wstring image = imagePath(process.get());
@@ -102,7 +93,7 @@ bool isProcessRunningAtPath(const NativePath &path)
     const std::wstring wanted = normalizedWindowsPath(path);
     bool running = false;
     forEachNamed(fileName(path), [&](DWORD pid) {
-        const Handle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid));
+        const UniqueHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid));
         if (process && normalizedWindowsPath(imagePath(process.get())) == wanted && alive(process.get()))
             running = true;
     });
@@ -114,7 +105,7 @@ bool forceStopAttempt(const NativePath &path, int attempt, std::chrono::steady_c
 {
     const std::wstring wanted = normalizedWindowsPath(path);
     const bool listed = forEachNamed(fileName(path), [&](DWORD pid) {
-        const Handle process(OpenProcess(PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid));
+        const UniqueHandle process(OpenProcess(PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid));
         if (!process || normalizedWindowsPath(imagePath(process.get())) != wanted || !alive(process.get()))
             return;
         if (notify)
@@ -137,8 +128,8 @@ bool forceStopAttempt(const NativePath &path, int attempt, std::chrono::steady_c
 
 LockState lockState(const NativePath &path)
 {
-    const Handle file(CreateFileW(path.c_str(), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                  OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    const UniqueHandle file(CreateFileW(path.c_str(), DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                        OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (file && file.get() != INVALID_HANDLE_VALUE)
         return LockState::Free;
     const DWORD error = GetLastError();

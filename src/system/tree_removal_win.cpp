@@ -1,5 +1,7 @@
 #include "system/tree_removal.h"
 
+#include "system/unique_handle_win.h"
+
 #include <memory>
 #include <type_traits>
 #include <vector>
@@ -9,22 +11,6 @@
 namespace TreeRemoval {
 
 namespace {
-
-struct Closer
-{
-    void operator()(HANDLE handle) const
-    {
-        if (handle && handle != INVALID_HANDLE_VALUE)
-            CloseHandle(handle);
-    }
-};
-using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, Closer>;
-
-struct FindCloser
-{
-    void operator()(HANDLE find) const { FindClose(find); }
-};
-using FindHandle = std::unique_ptr<std::remove_pointer_t<HANDLE>, FindCloser>;
 
 enum class Kind { Link, Directory, File, Unknown };
 
@@ -47,19 +33,19 @@ std::wstring longForm(const std::wstring &path)
 // The entry's own find data, never its target's.
 bool findEntry(const std::wstring &path, WIN32_FIND_DATAW *data)
 {
-    const FindHandle find(FindFirstFileW(longForm(path).c_str(), data));
+    const UniqueFind find(FindFirstFileW(longForm(path).c_str(), data));
     return find.get() != INVALID_HANDLE_VALUE;
 }
 
-Handle openEntry(const std::wstring &path)
+UniqueHandle openEntry(const std::wstring &path)
 {
     // A link is opened itself, never its target. Without delete sharing nobody renames the entry
     // or swaps it for a link while it is open, and on NTFS a directory with an open entry below
     // it cannot be renamed either, so the path to everything under it stays what was checked.
-    return Handle(CreateFileW(longForm(path).c_str(),
-                              DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES | FILE_LIST_DIRECTORY | SYNCHRONIZE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    return UniqueHandle(CreateFileW(longForm(path).c_str(),
+                                    DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES | FILE_LIST_DIRECTORY | SYNCHRONIZE,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
 // What was opened, asked of the handle: the check that counts is on the object that will be
@@ -138,7 +124,7 @@ bool deleteOnHandle(HANDLE handle)
 
 bool removeEntry(const std::wstring &path, bool listedAsLink, Report *report)
 {
-    const Handle entry(openEntry(path));
+    const UniqueHandle entry(openEntry(path));
     if (entry.get() == INVALID_HANDLE_VALUE) {
         const DWORD error = GetLastError();
         if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
