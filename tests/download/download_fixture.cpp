@@ -120,7 +120,7 @@ DownloadOutcome runDownload(DownloadManager &manager, const QUrl &manifestUrl, c
 DownloadManager::Timing fastTiming()
 {
     DownloadManager::Timing timing;
-    timing.stallMs = 4000;
+    timing.stallMs = 8000;
     timing.retryDelayMs = 400;
     // Long enough that a loaded machine does not abandon healthy transfers.
     timing.transferTimeoutMs = 1500;
