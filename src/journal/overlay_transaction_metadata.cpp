@@ -182,12 +182,17 @@ bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *e
         const bool existed = entries.at(i).toObject().value(QStringLiteral("existed")).toBool();
         if (!regular(shortcut))
             return fail(error, QStringLiteral("Unsafe shortcut recovery path."));
+        // A crash between a replacement's two steps leaves its copy beside the shortcut.
+        if (!Shortcuts::removeStagedShortcuts(QFileInfo(shortcut).path()))
+            InstallerLogger::write(QStringLiteral("Unable to remove a staged shortcut beside: ") + shortcut);
         if (FileLinks::exists(shortcut)) {
             QFile current(shortcut);
             if (!current.open(QIODevice::ReadOnly))
                 return fail(error, QStringLiteral("Unable to inspect previous shortcut."));
             const QByteArray now = current.readAll();
-            if (!shortcutOwned(shortcut, root) && (!existed || now != contents.at(i)))
+            if (existed && now == contents.at(i))
+                continue; // never changed, or already put back
+            if (!shortcutOwned(shortcut, root))
                 return fail(error, QStringLiteral("Another application changed the shortcut; recovery data was preserved."));
         }
         if (!existed) {

@@ -86,16 +86,24 @@ QString parentKey(const QString &subkey)
     return slash < 0 ? QString() : subkey.left(slash);
 }
 
-bool emptyKey(HKEY root, const QString &subkey)
+enum class KeyContent { Missing, Empty, Filled };
+
+// Filled also when the key cannot be read: only what is known to be empty may go.
+KeyContent keyContent(HKEY root, const QString &subkey)
 {
     HKEY raw = nullptr;
-    if (RegOpenKeyExW(root, wideChars(subkey), 0, KEY_QUERY_VALUE, &raw) != ERROR_SUCCESS)
-        return false;
+    const LSTATUS opened = RegOpenKeyExW(root, wideChars(subkey), 0, KEY_QUERY_VALUE, &raw);
+    if (opened == ERROR_FILE_NOT_FOUND)
+        return KeyContent::Missing;
+    if (opened != ERROR_SUCCESS)
+        return KeyContent::Filled;
     const UniqueRegistryKey key(raw);
     DWORD subkeys = 0;
     DWORD values = 0;
-    return RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS
+    const bool empty = RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values, nullptr,
+                                        nullptr, nullptr, nullptr) == ERROR_SUCCESS
         && subkeys == 0 && values == 0;
+    return empty ? KeyContent::Empty : KeyContent::Filled;
 }
 
 } // namespace
@@ -265,7 +273,13 @@ RegistryResult writeProtocolValues(const QList<QPair<QString, QString>> &names, 
     std::sort(absent.begin(), absent.end(), [](const QString &a, const QString &b) { return a.size() > b.size(); });
     const HKEY root = static_cast<HKEY>(classes.handle());
     for (QString subkey : std::as_const(absent)) {
-        for (; !subkey.isEmpty() && !existed.contains(subkey, Qt::CaseInsensitive) && emptyKey(root, subkey); subkey = parentKey(subkey)) {
+        for (; !subkey.isEmpty() && !existed.contains(subkey, Qt::CaseInsensitive); subkey = parentKey(subkey)) {
+            // A key the run was cut off before making still leaves its parents to check.
+            const KeyContent content = keyContent(root, subkey);
+            if (content == KeyContent::Missing)
+                continue;
+            if (content == KeyContent::Filled)
+                break;
             if (RegDeleteKeyW(root, wideChars(subkey)) != ERROR_SUCCESS) {
                 allDone = false;
                 break;

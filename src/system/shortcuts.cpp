@@ -2,6 +2,7 @@
 #include "system/shortcuts_platform.h"
 #include "system/change_steps.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
@@ -9,6 +10,8 @@
 namespace Shortcuts {
 
 namespace {
+
+const QString stagedPrefix = QStringLiteral(".brisalinker-shortcut-");
 
 QString randomSuffix()
 {
@@ -36,7 +39,7 @@ bool replaceShortcutFile(const QString &path, const QByteArray &content, QString
     QString stagedPath;
     QFile staged;
     for (int attempt = 0; attempt < 16 && !staged.isOpen(); ++attempt) {
-        stagedPath = QFileInfo(path).path() + QStringLiteral("/.brisalinker-shortcut-") + randomSuffix();
+        stagedPath = QFileInfo(path).path() + QLatin1Char('/') + stagedPrefix + randomSuffix();
         staged.setFileName(stagedPath);
         staged.open(QIODevice::WriteOnly | QIODevice::NewOnly);
     }
@@ -59,8 +62,27 @@ bool replaceShortcutFile(const QString &path, const QByteArray &content, QString
     return report(error, QStringLiteral("Shortcut rollback replacement failed: path=%1; Windows=%2").arg(path).arg(moved));
 }
 
+bool removeStagedShortcuts(const QString &directory)
+{
+    bool removed = true;
+    // A link of that name goes itself; nothing is removed through it.
+    const QStringList names = QDir(directory).entryList({ stagedPrefix + QStringLiteral("??????") }, QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString &name : names) {
+        const bool gone = QFile::remove(directory + QLatin1Char('/') + name);
+        if (gone)
+            ChangeSteps::passed("remove staged shortcut");
+        removed = removed && gone;
+    }
+    return removed;
+}
+
 bool restoreShortcutFile(const ShortcutSnapshot &snapshot, QString *error)
 {
+    // Rewriting a shortcut that is already back would leave its staged copy behind after a crash
+    // at a time nothing records it any more.
+    ShortcutSnapshot current;
+    if (snapshot.existed && captureShortcutFile(snapshot.path, &current) && current.existed && current.content == snapshot.content)
+        return true;
     if (snapshot.existed)
         return replaceShortcutFile(snapshot.path, snapshot.content, error);
     if (removeShortcutFile(snapshot.path))

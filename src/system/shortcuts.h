@@ -43,7 +43,12 @@ bool removeShortcutFile(const QString &path);
 // the path and the system's error.
 bool replaceShortcutFile(const QString &path, const QByteArray &content, QString *error = nullptr);
 
-// Puts a captured shortcut back: its former bytes, or no file when there was none.
+// Removes the ".brisalinker-shortcut-XXXXXX" files a replacement cut off before its move left in
+// directory; false when one stays.
+bool removeStagedShortcuts(const QString &directory);
+
+// Puts a captured shortcut back: its former bytes, or no file when there was none. A shortcut that
+// already holds its former bytes is not rewritten.
 bool restoreShortcutFile(const ShortcutSnapshot &snapshot, QString *error = nullptr);
 
 } // namespace Shortcuts

@@ -22,7 +22,7 @@ struct Value
 // keyExists false.
 long readValues(const QString &subkey, QList<Value> *values, bool *keyExists = nullptr);
 // Creates the key when missing, deletes every value it holds and writes these instead, then
-// flushes it.
+// flushes it; a key that already holds exactly these, in this order, is not touched.
 long replaceValues(const QString &subkey, const QList<Value> &values);
 // Deletes the key with all its subkeys; a missing key is 0.
 long removeKey(const QString &subkey);

@@ -80,9 +80,13 @@ long replaceValues(const QString &subkey, const QList<Value> &values)
     if (status != ERROR_SUCCESS)
         return status;
     const UniqueRegistryKey key(raw);
-    // Cleared first, then written in the given order, so the key reads as it did.
+    // Cleared first, then written in the given order, so the key reads as it did. A key that
+    // already reads so is left alone: a second restore after a first one must not open a window
+    // in which a crash would leave the entry half written.
     QList<Value> current;
     status = readAll(key.get(), &current);
+    if (status == ERROR_SUCCESS && current == values)
+        return ERROR_SUCCESS;
     for (const Value &value : std::as_const(current)) {
         if (status == ERROR_SUCCESS)
             status = changed(RegDeleteValueW(key.get(), wideChars(value.name)), "delete registry value");

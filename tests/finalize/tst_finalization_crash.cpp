@@ -172,10 +172,10 @@ void FinalizeTest::crashAtEveryChangeEndsOldOrNew()
 {
     QFETCH(int, scenario);
 #ifdef Q_OS_WIN
-    // Under Wine the update row passes 41 points, then a recovery after a registration write is
-    // refused now and then; until that is understood the registry points run on request.
-    if (qEnvironmentVariableIsEmpty("BRISA_CRASH_REGISTRY"))
-        QSKIP("set BRISA_CRASH_REGISTRY=1 to kill at the registry's changes too");
+    // Under Wine a crash run of the rollback after a cancel can still take another path than its
+    // dry run (at a "restore URL value"); until that is understood those rows run on request.
+    if (scenario >= int(Scenario::CancelledUpdate) && qEnvironmentVariableIsEmpty("BRISA_CRASH_REGISTRY"))
+        QSKIP("set BRISA_CRASH_REGISTRY=1 to crash the rollbacks at the registry's changes too");
 #endif
     const bool existing = Scenario(scenario) != Scenario::FirstInstall;
     QTemporaryDir temp;
@@ -243,7 +243,8 @@ void FinalizeTest::crashAtEveryChangeEndsOldOrNew()
             CrashRun run(base, existing);
             QVERIFY(run.ready());
             QVERIFY(run.install(interruptedAt, 0).died);
-            QVERIFY2(run.recover(point).died, qPrintable(QStringLiteral("no crash at recovery step %1").arg(point)));
+            const ChildRun crashedRecovery = run.recover(point);
+            QVERIFY2(crashedRecovery.died, qPrintable(QStringLiteral("no crash at recovery step %1: exit %2 after %3 / probe %4").arg(point).arg(crashedRecovery.exitCode).arg(crashedRecovery.steps.join(QLatin1Char(','))).arg(recovery.steps.join(QLatin1Char(',')))));
             QCOMPARE(run.recover(0).exitCode, 0);
             const QString wrong = verdict(run, after, false);
             QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("install crash at %1, recovery crash after step %2 (%3): %4")

@@ -120,8 +120,10 @@ void forget()
     }
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, machineEntry);
     RegDeleteKeyExW(HKEY_LOCAL_MACHINE, machineEntry, KEY_WOW64_64KEY, 0);
-    for (const auto &[folder, name] : shortcuts())
+    for (const auto &[folder, name] : shortcuts()) {
         Shortcuts::removeShortcutFile(Shortcuts::shortcutFilePath(folder, name));
+        Shortcuts::removeStagedShortcuts(QFileInfo(Shortcuts::shortcutFilePath(folder, name)).path());
+    }
 }
 
 } // namespace TestRegistrations
