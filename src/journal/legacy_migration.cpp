@@ -123,17 +123,6 @@ bool validSnapshot(const QJsonObject &record, bool required)
     return RecordFormat::snapshotValues(snapshot, &values);
 }
 
-bool validCreated(const QJsonValue &value)
-{
-    if (!value.isArray())
-        return false;
-    for (const QJsonValue &directory : value.toArray()) {
-        if (!directory.isString() || !OverlayTransaction::relative(directory.toString()))
-            return false;
-    }
-    return true;
-}
-
 bool validFiles(const QJsonValue &value)
 {
     if (!value.isArray())
@@ -170,7 +159,7 @@ QString invalidity(const QJsonObject &record, const QString &root)
     if (!validSnapshot(record, preparing))
         return QStringLiteral("The migration uninstall snapshot is invalid.");
     const QJsonValue created = record.value(QStringLiteral("createdDirectories"));
-    if ((preparing || !created.isUndefined()) && !validCreated(created))
+    if ((preparing || !created.isUndefined()) && !OverlayTransaction::validCreated(created))
         return QStringLiteral("The legacy migration contains an unsafe directory path.");
     const QJsonValue files = record.value(QStringLiteral("files"));
     if ((preparing || !files.isUndefined()) && !validFiles(files))

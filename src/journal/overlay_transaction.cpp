@@ -111,17 +111,6 @@ bool validFilePlan(const QJsonValue &files)
     return true;
 }
 
-bool validCreated(const QJsonValue &created)
-{
-    if (!created.isArray())
-        return false;
-    for (const QJsonValue &value : created.toArray()) {
-        if (!value.isString() || !relative(value.toString()))
-            return false;
-    }
-    return true;
-}
-
 // The digest of a path whose link-free check has already been made by the caller.
 QString digestOfChecked(const QString &path)
 {
@@ -198,6 +187,17 @@ bool regular(std::initializer_list<QString> paths)
             return false;
     }
     return !FileLinks::anyPathHasLink(paths);
+}
+
+bool validCreated(const QJsonValue &created)
+{
+    if (!created.isArray())
+        return false;
+    for (const QJsonValue &value : created.toArray()) {
+        if (!value.isString() || !relative(value.toString()))
+            return false;
+    }
+    return true;
 }
 
 bool relative(const QString &path)

@@ -65,6 +65,8 @@ bool regular(const QString &path);
 // regular() for each path, with the directories they share looked at once.
 bool regular(std::initializer_list<QString> paths);
 bool relative(const QString &path);
+// A record's list of directories the transaction made: relative paths only.
+bool validCreated(const QJsonValue &created);
 QStringList shortcutPaths();
 bool shortcutOwned(const QString &shortcut, const QString &root);
 QList<QPair<QString, QString>> protocolValues();
