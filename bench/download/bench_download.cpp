@@ -1,13 +1,12 @@
 // bench_download <manifest url> <cache root> <CA certificate>
 // Downloads the package the manifest names and prints, on one line:
 //   received_s=<start to last byte> verify_s=<last byte to verified package> rss_kib=<peak>
+#include "download/download_endpoint.h"
 #include "download/download_manager.h"
 #include "peak_memory.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QSslCertificate>
-#include <QSslConfiguration>
 #include <QTextStream>
 
 int main(int argc, char **argv)
@@ -23,9 +22,9 @@ int main(int argc, char **argv)
         return 2;
     }
     DownloadManager manager;
-    QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
-    ssl.addCaCertificates(QSslCertificate::fromPath(arguments.at(3)));
-    manager.setSslConfiguration(ssl);
+    // Trusted as the installer trusts a test server's CA, which under Schannel means its store.
+    qputenv("BRISA_DEV_CA_CERT", arguments.at(3).toLocal8Bit());
+    manager.setSslConfiguration(DownloadEndpoint::sslConfiguration());
 
     QElapsedTimer clock;
     qint64 lastByteNs = -1;

@@ -35,14 +35,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# Throwaway CA and a server certificate for 127.0.0.1.
-openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=Brisa Bench CA" \
-    -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign \
-    -keyout "$work/ca.key" -out "$work/ca.pem" 2>/dev/null
-openssl req -newkey rsa:2048 -nodes -subj /CN=127.0.0.1 -keyout "$work/server.key" -out "$work/server.csr" 2>/dev/null
-printf 'subjectAltName=IP:127.0.0.1\nextendedKeyUsage=serverAuth\n' > "$work/server.ext"
-openssl x509 -req -in "$work/server.csr" -CA "$work/ca.pem" -CAkey "$work/ca.key" -CAcreateserial -days 2 \
-    -extfile "$work/server.ext" -out "$work/server.pem" 2>/dev/null
+# Throwaway CA and a server certificate for 127.0.0.1, made as the tests make theirs.
+"$(dirname "$0")/../../tests/support/make-test-certificates.sh" "$work"
 
 manifest_path=bl-desktop/prod/brisalinker/installer/win
 mkdir -p "$work/www/$manifest_path" "$work/www/pkg" "$work/logs"
