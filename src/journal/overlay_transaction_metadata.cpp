@@ -196,7 +196,7 @@ bool restoreShortcuts(const QJsonObject &record, const QString &root, QString *e
                 return fail(error, QStringLiteral("Another application changed the shortcut; recovery data was preserved."));
         }
         if (!existed) {
-            if (FileLinks::exists(shortcut) && !QFile::remove(shortcut))
+            if (!Shortcuts::removeShortcutFile(shortcut))
                 return fail(error, QStringLiteral("Unable to remove new shortcut."));
             continue;
         }

@@ -123,6 +123,16 @@ State comparable(State state)
     return state;
 }
 
+// Where a run's changes first left those of the run that named the crash points.
+QString divergence(const QStringList &expected, const QStringList &actual)
+{
+    qsizetype at = 0;
+    while (at < expected.size() && at < actual.size() && expected.at(at) == actual.at(at))
+        ++at;
+    return QStringLiteral("after %1 equal steps, \"%2\" where \"%3\" was expected")
+        .arg(at).arg(actual.value(at, QStringLiteral("the end")), expected.value(at, QStringLiteral("the end")));
+}
+
 int lastIndexOf(const QStringList &steps, const QString &step)
 {
     return steps.lastIndexOf(step) + 1;
@@ -171,12 +181,6 @@ void FinalizeTest::crashAtEveryChangeEndsOldOrNew_data()
 void FinalizeTest::crashAtEveryChangeEndsOldOrNew()
 {
     QFETCH(int, scenario);
-#ifdef Q_OS_WIN
-    // Under Wine a crash run of the rollback after a cancel can still take another path than its
-    // dry run (at a "restore URL value"); until that is understood those rows run on request.
-    if (scenario >= int(Scenario::CancelledUpdate) && qEnvironmentVariableIsEmpty("BRISA_CRASH_REGISTRY"))
-        QSKIP("set BRISA_CRASH_REGISTRY=1 to crash the rollbacks at the registry's changes too");
-#endif
     const bool existing = Scenario(scenario) != Scenario::FirstInstall;
     QTemporaryDir temp;
     const QString base = temp.filePath(QStringLiteral("run"));
@@ -215,17 +219,22 @@ void FinalizeTest::crashAtEveryChangeEndsOldOrNew()
     }
     QVERIFY(last > first + 10);
 
+    // A run may take a shorter path than the one that named the points: a restore skips what is
+    // already back, and a shortcut written again can come out byte for byte as before (its bytes
+    // carry times of two seconds' resolution). Such a run ends by itself and is judged as well.
+    const qsizetype saves = steps.count(QStringLiteral("save record"));
     if (Scenario(scenario) != Scenario::InterruptedRecovery) {
         for (int point = first; point <= last; ++point) {
             CrashRun run(base, existing);
             QVERIFY(run.ready());
             const ChildRun crashed = run.install(point, cancelAt);
-            QVERIFY2(crashed.died, qPrintable(QStringLiteral("no crash at step %1 (%2): exit %3 after %4")
-                                                  .arg(point).arg(steps.at(point - 1)).arg(crashed.exitCode).arg(crashed.steps.join(QLatin1Char(',')))));
+            QVERIFY2(crashed.died || (crashed.steps.size() < point && crashed.exitCode == (cancelAt ? 3 : 0)),
+                     qPrintable(QStringLiteral("no crash at step %1: exit %2 %3").arg(point).arg(crashed.exitCode).arg(divergence(steps, crashed.steps))));
             QCOMPARE(run.recover(0).exitCode, 0);
-            const QString wrong = verdict(run, after, cancelAt == 0 && point >= commit);
-            QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("crash after step %1 (%2): %3").arg(point).arg(steps.at(point - 1), wrong)));
-            ++m_crashPoints;
+            const bool committed = cancelAt == 0 && crashed.steps.count(QStringLiteral("save record")) == saves;
+            const QString wrong = verdict(run, after, committed);
+            QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("crash after step %1 (%2): %3").arg(point).arg(crashed.steps.value(point - 1), wrong)));
+            m_crashPoints += crashed.died;
         }
         return;
     }
@@ -239,16 +248,22 @@ void FinalizeTest::crashAtEveryChangeEndsOldOrNew()
         const ChildRun recovery = probe.recover(0);
         QCOMPARE(recovery.exitCode, 0);
         QCOMPARE(verdict(probe, after, false), QString());
-        for (int point = 1; point <= recovery.steps.size(); ++point) {
+        for (int point = 1;; ++point) {
+            QVERIFY2(point <= 2 * recovery.steps.size(), "the recovery does not end");
             CrashRun run(base, existing);
             QVERIFY(run.ready());
             QVERIFY(run.install(interruptedAt, 0).died);
             const ChildRun crashedRecovery = run.recover(point);
-            QVERIFY2(crashedRecovery.died, qPrintable(QStringLiteral("no crash at recovery step %1: exit %2 after %3 / probe %4").arg(point).arg(crashedRecovery.exitCode).arg(crashedRecovery.steps.join(QLatin1Char(','))).arg(recovery.steps.join(QLatin1Char(',')))));
-            QCOMPARE(run.recover(0).exitCode, 0);
+            const bool ended = !crashedRecovery.died;
+            QVERIFY2(!ended || (crashedRecovery.steps.size() < point && crashedRecovery.exitCode == 0),
+                     qPrintable(QStringLiteral("no crash at recovery step %1 of install crash %2: exit %3 %4")
+                                    .arg(point).arg(interruptedAt).arg(crashedRecovery.exitCode).arg(divergence(recovery.steps, crashedRecovery.steps))));
+            QVERIFY(ended || run.recover(0).exitCode == 0);
             const QString wrong = verdict(run, after, false);
             QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("install crash at %1, recovery crash after step %2 (%3): %4")
-                                                     .arg(interruptedAt).arg(point).arg(recovery.steps.at(point - 1), wrong)));
+                                                     .arg(interruptedAt).arg(point).arg(crashedRecovery.steps.value(point - 1), wrong)));
+            if (ended)
+                break;
             ++m_crashPoints;
         }
     }
