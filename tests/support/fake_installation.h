@@ -16,8 +16,6 @@ inline const QByteArray rightMagic = QByteArrayLiteral("BRISALINKER_UNINSTALL_V1
 // A minimal PE image (x86-64, no sections, no resources): valid headers, nothing else.
 QByteArray minimalExecutable();
 
-bool writeFile(const QString &path, const QByteArray &content);
-
 // The four markers "brisalinker.exe", "updater.exe", "uninstall.exe" and "uninstall.dat" with
 // `magic` as the first line of "uninstall.dat". The three programs are copies of `launcherExe`
 // when one is given (so that Windows can read their version information), otherwise
