@@ -142,11 +142,10 @@ public:
             else if (it.value() != QLatin1String("dir"))
                 other.append(it.key());
         }
-        QMap<QString, QString> userData;
-        for (auto it = m_before.cbegin(); it != m_before.cend(); ++it) {
-            if (it.key().startsWith(QLatin1String("OBS-Studio/")) || it.key().startsWith(QLatin1String("Pellacore/")))
-                userData.insert(it.key(), it.value());
-        }
+        QMap<QString, QString> userData = m_before;
+        userData.removeIf([](const auto &entry) {
+            return !entry.key().startsWith(QLatin1String("OBS-Studio/")) && !entry.key().startsWith(QLatin1String("Pellacore/"));
+        });
         if (installed != TreeFixture::expected(TreeFixture::payload()))
             return QStringLiteral("the new installation is not exactly the package");
         if (archived != userData)

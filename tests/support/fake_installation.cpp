@@ -22,6 +22,18 @@ bool copyExecutable(const QString &from, const QString &to)
     return QDir().mkpath(QFileInfo(to).path()) && QFile::copy(from, to);
 }
 
+// The user data the earlier installation keeps in its component folders.
+QList<QPair<QString, QByteArray>> earlierUserData()
+{
+    return {
+        { QStringLiteral("OBS-Studio/config/obs-studio/basic/profiles/Untitled/basic.ini"), "[General]\r\nName=Untitled\r\n" },
+        { QStringLiteral("OBS-Studio/config/obs-studio/global.ini"), "[General]\r\nFirstRun=false\r\n" },
+        { QStringLiteral("OBS-Studio/bin/64bit/obs64.exe"), minimalExecutable() },
+        { QStringLiteral("Pellacore/User Data/Default/Preferences"), "{\"profile\":{\"name\":\"Person 1\"}}" },
+        { QStringLiteral("Pellacore/User Data/Local State"), "{\"profile\":{}}" },
+    };
+}
+
 } // namespace
 
 QByteArray minimalExecutable()
@@ -52,17 +64,6 @@ bool makeUpdatable(const QString &root, const QString &launcherExe, const QStrin
     return copyExecutable(launcherExe, root + QStringLiteral("/brisalinker.exe"))
         && TestFiles::write(root + QStringLiteral("/cfgdata/version.ini"), "[release]\r\nversion=" + version.toUtf8() + "\r\n")
         && TestFiles::write(root + QLatin1Char('/') + version + QStringLiteral("/bl-core.exe"), minimalExecutable());
-}
-
-QList<QPair<QString, QByteArray>> earlierUserData()
-{
-    return {
-        { QStringLiteral("OBS-Studio/config/obs-studio/basic/profiles/Untitled/basic.ini"), "[General]\r\nName=Untitled\r\n" },
-        { QStringLiteral("OBS-Studio/config/obs-studio/global.ini"), "[General]\r\nFirstRun=false\r\n" },
-        { QStringLiteral("OBS-Studio/bin/64bit/obs64.exe"), minimalExecutable() },
-        { QStringLiteral("Pellacore/User Data/Default/Preferences"), "{\"profile\":{\"name\":\"Person 1\"}}" },
-        { QStringLiteral("Pellacore/User Data/Local State"), "{\"profile\":{}}" },
-    };
 }
 
 bool makeEarlierInstallation(const QString &sourceRoot, const QString &oldLayoutExe, const QString &registryRoot)

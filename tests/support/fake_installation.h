@@ -1,8 +1,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QList>
-#include <QPair>
 #include <QString>
 
 // Installations on disk for tests: what an installer of ours leaves behind, and what a launcher
@@ -35,9 +33,5 @@ bool makeUpdatable(const QString &root, const QString &launcherExe, const QStrin
 // and its "Software\\BrisaLinker" key, both naming `sourceRoot`.
 bool makeEarlierInstallation(const QString &sourceRoot, const QString &oldLayoutExe,
                              const QString &registryRoot = QString());
-
-// The user data makeEarlierInstallation() puts into the component folders, relative path to
-// content.
-QList<QPair<QString, QByteArray>> earlierUserData();
 
 } // namespace FakeInstallation
