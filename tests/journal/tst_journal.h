@@ -1,6 +1,17 @@
 #pragma once
 
+#include <QJsonObject>
 #include <QObject>
+
+#include <functional>
+
+// A journal record turned into the bytes a damaged or hostile one would hold.
+using Mutation = std::function<QByteArray(QJsonObject)>;
+Q_DECLARE_METATYPE(Mutation)
+
+Mutation changed(const std::function<void(QJsonObject &)> &change);
+Mutation setKey(const QString &key, const QJsonValue &value);
+Mutation setFirstFile(const QString &key, const QJsonValue &value);
 
 class JournalTest : public QObject
 {
@@ -37,8 +48,6 @@ private slots:
     void migrationCleanup();
     void hostileMigrationRecordsAreKept_data();
     void hostileMigrationRecordsAreKept();
-    void migrationCrashEndsOldOrNew_data();
-    void migrationCrashEndsOldOrNew();
 
     void crashAtEveryStepEndsOldOrNew_data();
     void crashAtEveryStepEndsOldOrNew();

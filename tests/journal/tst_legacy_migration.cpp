@@ -21,14 +21,10 @@
 #include <QTest>
 
 #include <algorithm>
-#include <functional>
 
 #ifdef Q_OS_WIN
 #include <windows.h>
 #endif
-
-using Mutation = std::function<QByteArray(QJsonObject)>;
-Q_DECLARE_METATYPE(Mutation)
 
 namespace {
 
@@ -64,7 +60,7 @@ QJsonObject recordOf(const QString &root)
 
 // The earlier installation in "<temp>/Earlier" with its registrations, the user's own uninstall
 // entry holding values of several types, and the new package staged beside the destination.
-class EarlierMachine
+class EarlierMachine : public CrashSubject
 {
 public:
     EarlierMachine()
@@ -88,13 +84,13 @@ public:
         m_before = TreeFixture::snapshot(source());
         m_registry = readRegistry();
     }
-    ~EarlierMachine()
+    ~EarlierMachine() override
     {
         for (const QString &key : { uninstallEntry, innoEntry, productKey })
             UserRegistry::removeKey(key);
     }
 
-    bool ready() const { return m_ready; }
+    bool ready() const override { return m_ready; }
     QString base() const { return m_base.path(); }
     QString source() const { return m_base.path() + QStringLiteral("/Earlier"); }
     QString root() const { return source() + QStringLiteral("/BrisaLinker"); }
@@ -119,7 +115,7 @@ public:
 
     // Empty when the machine holds exactly the earlier installation (expectNew false), or exactly
     // the package with every component folder and user data file in the archive; else what is wrong.
-    QString verdict(bool expectNew) const
+    QString verdict(bool expectNew) const override
     {
         QMap<QString, QString> now = TreeFixture::snapshot(source());
         if (!expectNew) {
@@ -146,11 +142,10 @@ public:
             else if (it.value() != QLatin1String("dir"))
                 other.append(it.key());
         }
-        QMap<QString, QString> userData;
-        for (auto it = m_before.cbegin(); it != m_before.cend(); ++it) {
-            if (it.key().startsWith(QLatin1String("OBS-Studio/")) || it.key().startsWith(QLatin1String("Pellacore/")))
-                userData.insert(it.key(), it.value());
-        }
+        QMap<QString, QString> userData = m_before;
+        userData.removeIf([](const auto &entry) {
+            return !entry.key().startsWith(QLatin1String("OBS-Studio/")) && !entry.key().startsWith(QLatin1String("Pellacore/"));
+        });
         if (installed != TreeFixture::expected(TreeFixture::payload()))
             return QStringLiteral("the new installation is not exactly the package");
         if (archived != userData)
@@ -163,16 +158,27 @@ public:
             ? QString() : QStringLiteral("the migration is not complete");
     }
 
-    ChildRun run(const QString &mode, int dieAt, int cancelAfter = -1)
+    ChildRun change(int dieAt, int cancelAfter) override
     {
-        const QString steps = m_base.path() + QStringLiteral("/steps.txt");
-        QStringList arguments { mode, source(), steps, QString::number(dieAt) };
-        if (cancelAfter >= 0)
-            arguments.append(QString::number(cancelAfter));
-        return runChild(arguments, steps);
+        return runChild({ QStringLiteral("migrate"), source(), stepsPath(), QString::number(dieAt), QString::number(cancelAfter) }, stepsPath());
     }
+    ChildRun recover(int dieAt) override
+    {
+        return runChild({ QStringLiteral("recover-migration"), source(), stepsPath(), QString::number(dieAt) }, stepsPath());
+    }
+    // The commit is the first record save after the registration; a cancel comes half way
+    // through the package's moves.
+    int commitStep(const QStringList &steps) const override
+    {
+        const int registered = int(steps.indexOf(QStringLiteral("write registration"))) + 1;
+        const int commit = int(steps.indexOf(QStringLiteral("save record"), registered)) + 1;
+        return registered > 10 && commit > registered ? commit : 0;
+    }
+    int cancelStep(const QStringList &steps) const override { return int(steps.indexOf(QStringLiteral("write registration"))) - 3; }
 
 private:
+    QString stepsPath() const { return m_base.path() + QStringLiteral("/steps.txt"); }
+
     QTemporaryDir m_base;
     bool m_ready = false;
     QMap<QString, QString> m_before;
@@ -180,15 +186,6 @@ private:
 };
 
 enum Obstacle { NoObstacle, FileInUse, ChangedExecutable, ForeignEntry };
-enum CrashScenario { Migration, CancelledMigration, InterruptedRecovery };
-
-Mutation changed(const std::function<void(QJsonObject &)> &change)
-{
-    return [change](QJsonObject record) {
-        change(record);
-        return QJsonDocument(record).toJson(QJsonDocument::Compact);
-    };
-}
 
 Mutation appended(const QString &key, const QString &value)
 {
@@ -199,21 +196,15 @@ Mutation appended(const QString &key, const QString &value)
     });
 }
 
-Mutation firstFile(const QString &key, const QJsonValue &value)
-{
-    return changed([key, value](QJsonObject &record) {
-        QJsonArray files = record.value(QStringLiteral("files")).toArray();
-        QJsonObject file = files.at(0).toObject();
-        file.insert(key, value);
-        files.replace(0, file);
-        record.insert(QStringLiteral("files"), files);
-    });
-}
-
 const QString invalid = QStringLiteral("The legacy migration record is invalid; no cleanup was performed: ");
 const QString otherAccount = QStringLiteral("Resume the interrupted migration using the Windows account that started it.");
 
 } // namespace
+
+std::unique_ptr<CrashSubject> migrationSubject()
+{
+    return std::make_unique<EarlierMachine>();
+}
 
 void JournalTest::migrationCleanup_data()
 {
@@ -320,10 +311,10 @@ void JournalTest::hostileMigrationRecordsAreKept_data()
         << false << Mutation([](const QJsonObject &record) { return QJsonDocument(record).toJson(QJsonDocument::Compact).chopped(40); })
         << QStringLiteral("Unable to read the legacy migration record: ");
     const QString unsafePlan = invalid + QStringLiteral("The legacy migration contains an unsafe or incomplete file plan.");
-    QTest::newRow("a plan path leaving the root") << false << firstFile(QStringLiteral("path"), QStringLiteral("../escape.txt")) << unsafePlan;
-    QTest::newRow("a plan path with a colon") << false << firstFile(QStringLiteral("path"), QStringLiteral("a:b.txt")) << unsafePlan;
-    QTest::newRow("a plan path with a control character") << false << firstFile(QStringLiteral("path"), QStringLiteral("a\u0007b.txt")) << unsafePlan;
-    QTest::newRow("a digest one digit short") << false << firstFile(QStringLiteral("newSha256"), QString(63, QLatin1Char('a'))) << unsafePlan;
+    QTest::newRow("a plan path leaving the root") << false << setFirstFile(QStringLiteral("path"), QStringLiteral("../escape.txt")) << unsafePlan;
+    QTest::newRow("a plan path with a colon") << false << setFirstFile(QStringLiteral("path"), QStringLiteral("a:b.txt")) << unsafePlan;
+    QTest::newRow("a plan path with a control character") << false << setFirstFile(QStringLiteral("path"), QStringLiteral("a\u0007b.txt")) << unsafePlan;
+    QTest::newRow("a digest one digit short") << false << setFirstFile(QStringLiteral("newSha256"), QString(63, QLatin1Char('a'))) << unsafePlan;
     QTest::newRow("a created directory leaving the root")
         << false << appended(QStringLiteral("createdDirectories"), QStringLiteral("../outside"))
         << invalid + QStringLiteral("The legacy migration contains an unsafe directory path.");
@@ -352,72 +343,4 @@ void JournalTest::hostileMigrationRecordsAreKept()
     QCOMPARE(TreeFixture::snapshot(machine.base()), disk);
     QCOMPARE(readRegistry(), registry);
     QCOMPARE(TreeFixture::read(path), hostile);
-}
-
-void JournalTest::migrationCrashEndsOldOrNew_data()
-{
-    QTest::addColumn<int>("scenario");
-    QTest::newRow("a crash at any change of a migration, its commit and its clean-up") << int(Migration);
-    QTest::newRow("a crash at any change of the rollback after a cancel") << int(CancelledMigration);
-    QTest::newRow("a crash at any change of a recovery that is recovering a crash") << int(InterruptedRecovery);
-}
-
-void JournalTest::migrationCrashEndsOldOrNew()
-{
-    QFETCH(int, scenario);
-    // An undisturbed run names every change; the commit is the first record save after the
-    // registration, and a cancel is asked for half way through the package's moves.
-    EarlierMachine dry;
-    QVERIFY(dry.ready());
-    const ChildRun undisturbed = dry.run(QStringLiteral("migrate"), 0, 0);
-    QVERIFY2(undisturbed.finished && undisturbed.exitCode == 0, qPrintable(described(undisturbed)));
-    QCOMPARE(dry.verdict(true), QString());
-    const int registered = int(undisturbed.steps.indexOf(QStringLiteral("write registration"))) + 1;
-    const int commitStep = int(undisturbed.steps.indexOf(QStringLiteral("save record"), registered)) + 1;
-    QVERIFY(registered > 10 && commitStep > registered);
-    const int cancelAfter = scenario == CancelledMigration ? registered - 4 : 0;
-    int steps = int(undisturbed.steps.size());
-    if (scenario == CancelledMigration) {
-        EarlierMachine cancelled;
-        QVERIFY(cancelled.ready());
-        const ChildRun full = cancelled.run(QStringLiteral("migrate"), 0, cancelAfter);
-        QVERIFY2(full.finished && full.exitCode == 3, qPrintable(described(full)));
-        QCOMPARE(cancelled.verdict(false), QString());
-        steps = int(full.steps.size());
-    }
-
-    int points = 0;
-    if (scenario != InterruptedRecovery) {
-        for (int point = cancelAfter + 1; point <= steps; ++point) {
-            EarlierMachine machine;
-            QVERIFY(machine.ready());
-            const ChildRun crashed = machine.run(QStringLiteral("migrate"), point, cancelAfter);
-            QVERIFY2(crashed.died, qPrintable(QStringLiteral("no crash at step %1: %2").arg(point).arg(described(crashed))));
-            const ChildRun recovered = machine.run(QStringLiteral("recover-migration"), 0);
-            QVERIFY2(recovered.finished && recovered.exitCode == 0, qPrintable(QStringLiteral("recovery after step %1: %2").arg(point).arg(described(recovered))));
-            const QString wrong = machine.verdict(scenario == Migration && point >= commitStep);
-            QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("crash after step %1 (%2): %3").arg(point).arg(crashed.steps.value(point - 1), wrong)));
-            ++points;
-        }
-    } else {
-        // Just before the commit the recovery has the most to undo: every file, the components
-        // and the registration.
-        const int interruptedAt = commitStep - 1;
-        EarlierMachine probe;
-        QVERIFY(probe.ready() && probe.run(QStringLiteral("migrate"), interruptedAt, 0).died);
-        const ChildRun recovery = probe.run(QStringLiteral("recover-migration"), 0);
-        QVERIFY2(recovery.finished && recovery.exitCode == 0 && !recovery.steps.isEmpty(), qPrintable(described(recovery)));
-        for (int point = 1; point <= recovery.steps.size(); ++point) {
-            EarlierMachine machine;
-            QVERIFY(machine.ready() && machine.run(QStringLiteral("migrate"), interruptedAt, 0).died);
-            QVERIFY(machine.run(QStringLiteral("recover-migration"), point).died);
-            const ChildRun recovered = machine.run(QStringLiteral("recover-migration"), 0);
-            QVERIFY2(recovered.finished && recovered.exitCode == 0, qPrintable(described(recovered)));
-            const QString wrong = machine.verdict(false);
-            QVERIFY2(wrong.isEmpty(), qPrintable(QStringLiteral("recovery crash after step %1 (%2): %3").arg(point).arg(recovery.steps.at(point - 1), wrong)));
-            ++points;
-        }
-    }
-    m_crashPoints += points;
-    qInfo("migration crash points in this row: %d", points);
 }

@@ -3,6 +3,7 @@
 #include "location/legacy_update_location.h"
 #include "support/fake_installation.h"
 #include "support/legacy_registry.h"
+#include "support/test_files.h"
 #include "system/desktop_user.h"
 
 #include <QDir>
@@ -13,7 +14,6 @@
 #include <QtEndian>
 
 using namespace InstallationLocation;
-using FakeInstallation::writeFile;
 
 namespace {
 
@@ -40,18 +40,6 @@ QByteArray image(quint32 peOffset, quint16 characteristics, quint16 optionalSize
     qToLittleEndian<quint16>(characteristics, data.data() + 86);
     qToLittleEndian<quint16>(magic, data.data() + 88);
     return data;
-}
-
-// Only the host can make file links (Wine 8 cannot from Windows code).
-bool makeLink(const QString &target, const QString &link)
-{
-#ifdef Q_OS_WIN
-    Q_UNUSED(target);
-    Q_UNUSED(link);
-    return false;
-#else
-    return QFile::link(target, link);
-#endif
 }
 
 // WINDIR names another directory while the object lives.
@@ -203,7 +191,7 @@ void LocationTest::installationKind_data()
     QTest::newRow("the launcher is a directory") << "" << right << "directory brisalinker.exe" << "";
     QTest::newRow("the uninstall data is a directory") << "" << right << "directory uninstall.dat" << "";
     QTest::newRow("a directory of another name") << "" << right << "rename Other" << "";
-#ifndef Q_OS_WIN
+#ifndef Q_OS_WIN // Wine 8 cannot make links from Windows code
     QTest::newRow("the updater is a symbolic link") << "" << right << "link updater.exe" << "";
     QTest::newRow("the uninstall data is a symbolic link") << "" << right << "link uninstall.dat" << "";
     QTest::newRow("the directory itself is a symbolic link") << "" << right << "link-directory" << "";
@@ -241,7 +229,7 @@ void LocationTest::installationKind()
         QVERIFY(FakeInstallation::makeInstallation(root, QString(), magic));
     else
         QVERIFY(FakeInstallation::makeUpdatable(root, launcherExe, climbs ? QStringLiteral("1.2") : version));
-    QVERIFY(!climbs || writeFile(root + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=" + version.toUtf8() + "\n"));
+    QVERIFY(!climbs || TestFiles::write(root + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=" + version.toUtf8() + "\n"));
     const QString file = root + QLatin1Char('/') + change.section(QLatin1Char(' '), 1);
     if (change.startsWith(QLatin1String("remove "))) {
         QVERIFY(QFile::remove(file));
@@ -255,9 +243,9 @@ void LocationTest::installationKind()
         QVERIFY(QDir().rename(root, temp.filePath(change.mid(7))));
         root = temp.filePath(change.mid(7));
     } else if (change.startsWith(QLatin1String("link "))) {
-        QVERIFY(QFile::rename(file, file + QStringLiteral(".real")) && makeLink(file + QStringLiteral(".real"), file));
+        QVERIFY(QFile::rename(file, file + QStringLiteral(".real")) && QFile::link(file + QStringLiteral(".real"), file));
     } else if (change == QLatin1String("link-directory")) {
-        QVERIFY(QDir().rename(root, temp.filePath(QStringLiteral("real"))) && makeLink(temp.filePath(QStringLiteral("real")), root));
+        QVERIFY(QDir().rename(root, temp.filePath(QStringLiteral("real"))) && QFile::link(temp.filePath(QStringLiteral("real")), root));
     }
     const WindowsDirectory windows(change.startsWith(QLatin1String("windir=")) ? QDir::cleanPath(root + QLatin1Char('/') + change.mid(7))
                                                                                : QString::fromLocal8Bit(qgetenv("WINDIR")));
@@ -294,12 +282,12 @@ void LocationTest::linkedInstallation()
     QTemporaryDir temp;
     const QString realBase = temp.filePath(QStringLiteral("real"));
     const QString linkedBase = temp.filePath(QStringLiteral("link"));
-    QVERIFY(QDir().mkpath(realBase) && makeLink(realBase, linkedBase));
+    QVERIFY(QDir().mkpath(realBase) && QFile::link(realBase, linkedBase));
 #endif
     const QString real = realBase + QStringLiteral("/BrisaLinker");
     const QString linked = linkedBase + QStringLiteral("/BrisaLinker");
     QVERIFY(FakeInstallation::makeInstallation(real, oldLayoutExe));
-    QVERIFY(writeFile(real + QStringLiteral("/bl-wails-updater.exe"), FakeInstallation::minimalExecutable()));
+    QVERIFY(TestFiles::write(real + QStringLiteral("/bl-wails-updater.exe"), FakeInstallation::minimalExecutable()));
     QVERIFY(QFileInfo(linked + QStringLiteral("/uninstall.dat")).isFile());
 
     if (rule == QLatin1String("hasNoDirectoryLinks")) {
@@ -399,7 +387,7 @@ void LocationTest::identity()
     const bool made = file.isEmpty() || file == QLatin1String("missing") || file == QLatin1String("directory");
     const QString path = made ? temp.filePath(QStringLiteral("brisalinker.exe")) : file;
     QVERIFY(file != QLatin1String("directory") || QDir().mkpath(path));
-    QVERIFY(!file.isEmpty() || writeFile(path, content));
+    QVERIFY(!file.isEmpty() || TestFiles::write(path, content));
     const InstallationIdentity::Result result = InstallationIdentity::executable(path);
     QCOMPARE(result.kind, kind);
     if (message.endsWith(QLatin1String("...")))
@@ -475,7 +463,7 @@ void LocationTest::sourceTarget()
     const WindowsDirectory windows(temp.filePath(QStringLiteral("Windows")));
     target = expand(target, temp);
     const QByteArray escapedTemp = QDir::toNativeSeparators(temp.path()).replace(QLatin1Char('\\'), QLatin1String("\\\\")).toUtf8();
-    QVERIFY(record.isEmpty() || writeFile(target + QStringLiteral("/.legacy-migration.json"), record.replace("%T", escapedTemp)));
+    QVERIFY(record.isEmpty() || TestFiles::write(target + QStringLiteral("/.legacy-migration.json"), record.replace("%T", escapedTemp)));
     QCOMPARE(LegacyUpdateLocation::validSourceTarget(expand(source, temp), target), valid);
 }
 
@@ -516,10 +504,10 @@ void LocationTest::callers()
     QVERIFY(QFile::remove(temp.filePath(QStringLiteral("Bare/BrisaLinker/updater.exe"))));
     for (const char *name : { "BrisaLinker/bl-wails-updater.exe", "Bare/BrisaLinker/bl-wails-updater.exe", "Old/bl-wails-updater.exe",
                               "Old/tools/BL-WAILS-UPDATER.EXE", "Old/other-updater.exe", "Empty/bl-wails-updater.exe", "Empty/updater.exe" })
-        QVERIFY(writeFile(temp.filePath(QString::fromLatin1(name)), FakeInstallation::minimalExecutable()));
-    QVERIFY(writeFile(temp.filePath(QStringLiteral("Taken/BrisaLinker/.legacy-migration.json")),
+        QVERIFY(TestFiles::write(temp.filePath(QString::fromLatin1(name)), FakeInstallation::minimalExecutable()));
+    QVERIFY(TestFiles::write(temp.filePath(QStringLiteral("Taken/BrisaLinker/.legacy-migration.json")),
                       "{\"sourceRoot\":\"" + temp.filePath(QStringLiteral("Elsewhere")).toUtf8() + "\"}"));
-    QVERIFY(writeFile(temp.filePath(QStringLiteral("Filed/BrisaLinker")), "x"));
+    QVERIFY(TestFiles::write(temp.filePath(QStringLiteral("Filed/BrisaLinker")), "x"));
     const WindowsDirectory windows(temp.filePath(QStringLiteral("Windows")));
     program = expand(program, temp);
     QCOMPARE(legacySourceLocation(program), QDir::toNativeSeparators(expand(legacySource, temp)));
@@ -584,11 +572,11 @@ void LocationTest::discovery()
     for (const QString &record : std::as_const(records)) {
         const QString path = fill(record.section(QLatin1Char(' '), 1), false);
         if (record.startsWith(QLatin1String("@file ")))
-            QVERIFY(writeFile(path, "x"));
+            QVERIFY(TestFiles::write(path, "x"));
         else if (record.startsWith(QLatin1String("@earlier ")))
             QVERIFY(FakeInstallation::makeEarlierInstallation(path, oldLayoutExe, QStringLiteral("HKEY_USERS\\") + DesktopUser::sid()));
         else if (record.startsWith(QLatin1String("@migration ")))
-            QVERIFY(writeFile(path + QStringLiteral("/.legacy-migration.json"), "{\"sourceRoot\":\"" + temp.filePath(QStringLiteral("Elsewhere")).toUtf8() + "\"}"));
+            QVERIFY(TestFiles::write(path + QStringLiteral("/.legacy-migration.json"), "{\"sourceRoot\":\"" + temp.filePath(QStringLiteral("Elsewhere")).toUtf8() + "\"}"));
         else
             registry.set(record.section(QLatin1Char('|'), 0, 0).toInt(), record.section(QLatin1Char('|'), 1, 1), fill(record.section(QLatin1Char('|'), 2), true));
     }

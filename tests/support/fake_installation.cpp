@@ -1,5 +1,7 @@
 #include "support/fake_installation.h"
 
+#include "support/test_files.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -15,9 +17,21 @@ namespace {
 bool copyExecutable(const QString &from, const QString &to)
 {
     if (from.isEmpty())
-        return writeFile(to, minimalExecutable());
+        return TestFiles::write(to, minimalExecutable());
     QFile::remove(to);
     return QDir().mkpath(QFileInfo(to).path()) && QFile::copy(from, to);
+}
+
+// The user data the earlier installation keeps in its component folders.
+QList<QPair<QString, QByteArray>> earlierUserData()
+{
+    return {
+        { QStringLiteral("OBS-Studio/config/obs-studio/basic/profiles/Untitled/basic.ini"), "[General]\r\nName=Untitled\r\n" },
+        { QStringLiteral("OBS-Studio/config/obs-studio/global.ini"), "[General]\r\nFirstRun=false\r\n" },
+        { QStringLiteral("OBS-Studio/bin/64bit/obs64.exe"), minimalExecutable() },
+        { QStringLiteral("Pellacore/User Data/Default/Preferences"), "{\"profile\":{\"name\":\"Person 1\"}}" },
+        { QStringLiteral("Pellacore/User Data/Local State"), "{\"profile\":{}}" },
+    };
 }
 
 } // namespace
@@ -37,38 +51,19 @@ QByteArray minimalExecutable()
     return image;
 }
 
-bool writeFile(const QString &path, const QByteArray &content)
-{
-    if (!QDir().mkpath(QFileInfo(path).path()))
-        return false;
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size();
-}
-
 bool makeInstallation(const QString &root, const QString &launcherExe, const QByteArray &magic)
 {
     return copyExecutable(launcherExe, root + QStringLiteral("/brisalinker.exe"))
         && copyExecutable(launcherExe, root + QStringLiteral("/updater.exe"))
         && copyExecutable(launcherExe, root + QStringLiteral("/uninstall.exe"))
-        && writeFile(root + QStringLiteral("/uninstall.dat"), magic + "\r\nF\tbrisalinker.exe\r\n");
+        && TestFiles::write(root + QStringLiteral("/uninstall.dat"), magic + "\r\nF\tbrisalinker.exe\r\n");
 }
 
 bool makeUpdatable(const QString &root, const QString &launcherExe, const QString &version)
 {
     return copyExecutable(launcherExe, root + QStringLiteral("/brisalinker.exe"))
-        && writeFile(root + QStringLiteral("/cfgdata/version.ini"), "[release]\r\nversion=" + version.toUtf8() + "\r\n")
-        && writeFile(root + QLatin1Char('/') + version + QStringLiteral("/bl-core.exe"), minimalExecutable());
-}
-
-QList<QPair<QString, QByteArray>> earlierUserData()
-{
-    return {
-        { QStringLiteral("OBS-Studio/config/obs-studio/basic/profiles/Untitled/basic.ini"), "[General]\r\nName=Untitled\r\n" },
-        { QStringLiteral("OBS-Studio/config/obs-studio/global.ini"), "[General]\r\nFirstRun=false\r\n" },
-        { QStringLiteral("OBS-Studio/bin/64bit/obs64.exe"), minimalExecutable() },
-        { QStringLiteral("Pellacore/User Data/Default/Preferences"), "{\"profile\":{\"name\":\"Person 1\"}}" },
-        { QStringLiteral("Pellacore/User Data/Local State"), "{\"profile\":{}}" },
-    };
+        && TestFiles::write(root + QStringLiteral("/cfgdata/version.ini"), "[release]\r\nversion=" + version.toUtf8() + "\r\n")
+        && TestFiles::write(root + QLatin1Char('/') + version + QStringLiteral("/bl-core.exe"), minimalExecutable());
 }
 
 bool makeEarlierInstallation(const QString &sourceRoot, const QString &oldLayoutExe, const QString &registryRoot)
@@ -76,10 +71,10 @@ bool makeEarlierInstallation(const QString &sourceRoot, const QString &oldLayout
     bool made = copyExecutable(oldLayoutExe, sourceRoot + QStringLiteral("/brisalinker.exe"))
         && copyExecutable(oldLayoutExe, sourceRoot + QStringLiteral("/updater.exe"))
         && copyExecutable(oldLayoutExe, sourceRoot + QStringLiteral("/unins000.exe"))
-        && writeFile(sourceRoot + QStringLiteral("/unins000.dat"), QByteArray("Inno Setup Uninstall Log (b) 64-bit"))
-        && writeFile(sourceRoot + QStringLiteral("/unins000.msg"), QByteArray("Inno Setup Messages (6.0.0) (u)"));
+        && TestFiles::write(sourceRoot + QStringLiteral("/unins000.dat"), QByteArray("Inno Setup Uninstall Log (b) 64-bit"))
+        && TestFiles::write(sourceRoot + QStringLiteral("/unins000.msg"), QByteArray("Inno Setup Messages (6.0.0) (u)"));
     for (const auto &[path, content] : earlierUserData())
-        made = made && writeFile(sourceRoot + QLatin1Char('/') + path, content);
+        made = made && TestFiles::write(sourceRoot + QLatin1Char('/') + path, content);
     if (!made || registryRoot.isEmpty())
         return made;
     const QString native = QDir::toNativeSeparators(sourceRoot);

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QList>
-#include <QPair>
 #include <QString>
 
 // Installations on disk for tests: what an installer of ours leaves behind, and what a launcher
@@ -15,8 +13,6 @@ inline const QByteArray rightMagic = QByteArrayLiteral("BRISALINKER_UNINSTALL_V1
 
 // A minimal PE image (x86-64, no sections, no resources): valid headers, nothing else.
 QByteArray minimalExecutable();
-
-bool writeFile(const QString &path, const QByteArray &content);
 
 // The four markers "brisalinker.exe", "updater.exe", "uninstall.exe" and "uninstall.dat" with
 // `magic` as the first line of "uninstall.dat". The three programs are copies of `launcherExe`
@@ -37,9 +33,5 @@ bool makeUpdatable(const QString &root, const QString &launcherExe, const QStrin
 // and its "Software\\BrisaLinker" key, both naming `sourceRoot`.
 bool makeEarlierInstallation(const QString &sourceRoot, const QString &oldLayoutExe,
                              const QString &registryRoot = QString());
-
-// The user data makeEarlierInstallation() puts into the component folders, relative path to
-// content.
-QList<QPair<QString, QByteArray>> earlierUserData();
 
 } // namespace FakeInstallation

@@ -1,5 +1,7 @@
 #include "support/test_registrations.h"
 
+#include "support/registry_dump_win.h"
+
 #include "system/desktop_user.h"
 #include "system/shortcuts.h"
 
@@ -29,29 +31,21 @@ QList<QPair<Shortcuts::Folder, QString>> shortcuts()
 }
 
 // The key's values and, depth first, its subkeys', under the name given.
-void readTree(HKEY parent, const std::wstring &path, const QString &name, QMap<QString, QByteArray> *state)
+void readTree(const std::wstring &path, const QString &name, QMap<QString, QByteArray> *state)
 {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
-        return;
-    state->insert(name + QStringLiteral("|(key)"), {});
-    wchar_t text[512];
-    BYTE data[4096];
-    for (DWORD i = 0;; ++i) {
-        DWORD size = 512, dataSize = sizeof(data), type = 0;
-        if (RegEnumValueW(key, i, text, &size, nullptr, &type, data, &dataSize) != ERROR_SUCCESS)
-            break;
-        state->insert(name + QLatin1Char('|') + QString::fromWCharArray(text, int(size)),
-                      QByteArray::number(uint(type)) + ':' + QByteArray(reinterpret_cast<char *>(data), int(dataSize)).toHex());
+    const qsizetype prefix = QStringLiteral("key ").size() + qsizetype(path.size());
+    QString key;
+    for (const QString &line : TestRegistry::dump(HKEY_USERS, path)) {
+        if (line.startsWith(QLatin1String("key "))) {
+            key = name + line.mid(prefix);
+            state->insert(key + QStringLiteral("|(key)"), {});
+            continue;
+        }
+        // "  <name> <type> <hex>", where the name may hold blanks.
+        const QString value = line.mid(2);
+        state->insert(key + QLatin1Char('|') + value.section(QLatin1Char(' '), 0, -3),
+                      value.section(QLatin1Char(' '), -2, -2).toLatin1() + ':' + value.section(QLatin1Char(' '), -1).toLatin1());
     }
-    for (DWORD i = 0;; ++i) {
-        DWORD size = 512;
-        if (RegEnumKeyExW(key, i, text, &size, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-            break;
-        const QString child = QString::fromWCharArray(text, int(size));
-        readTree(key, child.toStdWString(), name + QLatin1Char('\\') + child, state);
-    }
-    RegCloseKey(key);
 }
 
 bool setText(const std::wstring &key, const wchar_t *name, DWORD type, const QString &text)
@@ -64,8 +58,8 @@ bool setText(const std::wstring &key, const wchar_t *name, DWORD type, const QSt
 QMap<QString, QByteArray> snapshot()
 {
     QMap<QString, QByteArray> state;
-    readTree(HKEY_USERS, userKey(entryKey), QStringLiteral("Uninstall\\BrisaLinker"), &state);
-    readTree(HKEY_USERS, userKey(schemeKey), QStringLiteral("brisalinker"), &state);
+    readTree(userKey(entryKey), QStringLiteral("Uninstall\\BrisaLinker"), &state);
+    readTree(userKey(schemeKey), QStringLiteral("brisalinker"), &state);
     for (const auto &[folder, name] : shortcuts()) {
         const QString path = Shortcuts::shortcutFilePath(folder, name);
         QFile file(path);

@@ -9,20 +9,6 @@
 
 TreeFixture::TreeFixture() = default;
 
-bool TreeFixture::write(const QString &path, const QByteArray &content)
-{
-    if (!QDir().mkpath(QFileInfo(path).path()))
-        return false;
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size();
-}
-
-QByteArray TreeFixture::read(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 bool TreeFixture::setUp(const Files &installed, const Files &payload)
 {
     if (!m_base.isValid() || !QDir().mkpath(stage()))

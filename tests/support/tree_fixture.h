@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/test_files.h"
+
 #include <QByteArray>
 #include <QMap>
 #include <QString>
@@ -28,8 +30,8 @@ public:
     // The installation after the payload went over it.
     static Files overlaid(const Files &installed, const Files &payload);
 
-    static bool write(const QString &path, const QByteArray &content);
-    static QByteArray read(const QString &path);
+    static bool write(const QString &path, const QByteArray &content) { return TestFiles::write(path, content); }
+    static QByteArray read(const QString &path) { return TestFiles::read(path); }
     // The backup directory of the record in the root, or empty.
     QString backup() const;
     // Every distinct content under the base directory.

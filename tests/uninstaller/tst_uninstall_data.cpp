@@ -1,7 +1,6 @@
+#include "support/test_files.h"
 #include "uninstaller/uninstall_data.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -46,12 +45,10 @@ void UninstallDataTest::written()
     QFETCH(QStringList, directories);
     QFETCH(QByteArray, content);
     QTemporaryDir staging;
-    QFile list(staging.filePath(QStringLiteral("uninstall.dat")));
-    QVERIFY(list.open(QIODevice::WriteOnly) && list.write("earlier") == 7);
-    list.close();
+    const QString list = staging.filePath(QStringLiteral("uninstall.dat"));
+    QVERIFY(TestFiles::write(list, "earlier"));
     QCOMPARE(UninstallData::writeUninstallData(staging.path(), files, directories), content != "earlier");
-    QVERIFY(list.open(QIODevice::ReadOnly));
-    QCOMPARE(list.readAll(), content);
+    QCOMPARE(TestFiles::read(list), content);
 }
 
 void UninstallDataTest::installedEntriesAreCarriedForward_data()
@@ -79,26 +76,19 @@ void UninstallDataTest::installedEntriesAreCarriedForward()
     QFETCH(bool, accepted);
     QFETCH(QStringList, carried);
     QTemporaryDir install;
-    QVERIFY(QDir().mkpath(install.filePath(QStringLiteral("1.5.0"))));
-    for (const char *name : { "1.5.0/bl-core.exe", "readme.txt" }) {
-        QFile file(install.filePath(QString::fromLatin1(name)));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-    }
+    for (const char *name : { "1.5.0/bl-core.exe", "readme.txt" })
+        QVERIFY(TestFiles::write(install.filePath(QString::fromLatin1(name)), {}));
     QTemporaryDir outside;
     if (list.contains("linked/")) {
 #ifdef Q_OS_WIN
         QSKIP("Windows code cannot make links under Wine; the uninstaller test covers them");
 #else
-        QFile victim(outside.filePath(QStringLiteral("victim.txt")));
-        QVERIFY(victim.open(QIODevice::WriteOnly));
+        QVERIFY(TestFiles::write(outside.filePath(QStringLiteral("victim.txt")), {}));
         QVERIFY(QFile::link(outside.path(), install.filePath(QStringLiteral("linked"))));
 #endif
     }
-    if (list != "!none") {
-        QFile file(install.filePath(QStringLiteral("uninstall.dat")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(list.startsWith('!') ? list.mid(1) : "BRISALINKER_UNINSTALL_V1\n" + list);
-    }
+    if (list != "!none")
+        QVERIFY(TestFiles::write(install.filePath(QStringLiteral("uninstall.dat")), list.startsWith('!') ? list.mid(1) : "BRISALINKER_UNINSTALL_V1\n" + list));
     QStringList files { QStringLiteral("untouched on failure") };
     QStringList directories;
     QCOMPARE(UninstallData::installedEntries(install.path(), &files, &directories), accepted);

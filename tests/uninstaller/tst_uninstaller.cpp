@@ -1,4 +1,5 @@
 #include "finalize/maintenance_service.h"
+#include "support/test_files.h"
 #include "support/user_token_win.h"
 #include "system/desktop_user.h"
 #include "system/shortcuts.h"
@@ -24,14 +25,6 @@ const QString entryKey = QStringLiteral("HKEY_CURRENT_USER\\Software\\Microsoft\
 const QString machineKey = QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\ORLANDA FIELDWORKS INC\\BrisaLinker\\Installer");
 const QString uninstallTitle = QStringLiteral("Brisa-Linker Uninstall");
 const QString runningTitle = QStringLiteral("Brisa-Linker is running");
-
-void put(const QString &path, const QByteArray &content = QByteArrayLiteral("x"))
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(content);
-}
 
 QStringList tree(const QString &root)
 {
@@ -158,10 +151,10 @@ void UninstallerTest::removesExactlyWhatIsListed()
 
     QTemporaryDir temp;
     for (const char *relative : { "brisalinker.exe", "bin/core.dll", "bin/deep/x.dat", "data/user-notes.txt", "uninstall.exe" })
-        put(temp.filePath(directoryName + QLatin1Char('/') + QLatin1String(relative)));
-    put(temp.filePath(QStringLiteral("outside.txt")));
+        QVERIFY(TestFiles::write(temp.filePath(directoryName + QLatin1Char('/') + QLatin1String(relative)), "x"));
+    QVERIFY(TestFiles::write(temp.filePath(QStringLiteral("outside.txt")), "x"));
     const QString installation = temp.filePath(directoryName);
-    put(installation + QStringLiteral("/uninstall.dat"), list);
+    QVERIFY(TestFiles::write(installation + QStringLiteral("/uninstall.dat"), list));
     if (remaining.isEmpty())
         remaining = tree(temp.path());
     QCOMPARE(runUninstaller(installation), exitCode);
@@ -175,8 +168,8 @@ void UninstallerTest::neverFollowsALinkOutOfTheInstallation()
     const QString victim = QStringLiteral("C:/brisa-link-fixture/outside/victim.txt");
     if (!QFileInfo::exists(victim))
         QSKIP("the link fixture is not available");
-    put(installation + QStringLiteral("/brisalinker.exe"));
-    put(installation + QStringLiteral("/uninstall.dat"), magic + "F\tplugins/victim.txt\nF\tbrisalinker.exe\nD\tplugins\n");
+    QVERIFY(TestFiles::write(installation + QStringLiteral("/brisalinker.exe"), "x"));
+    QVERIFY(TestFiles::write(installation + QStringLiteral("/uninstall.dat"), magic + "F\tplugins/victim.txt\nF\tbrisalinker.exe\nD\tplugins\n"));
     QCOMPARE(runUninstaller(installation), 2);
     QVERIFY(QFileInfo::exists(victim));
     QVERIFY(!QFileInfo::exists(installation + QStringLiteral("/brisalinker.exe")));
@@ -204,15 +197,15 @@ void UninstallerTest::uninstallsThroughTheRegisteredCommand()
     // As the installer leaves them: the package's files and list, the service set up from the
     // package's program, a running launcher.
     for (const QString &root : QSet<QString> { installation, named }) {
-        put(root + QStringLiteral("/updater.exe"));
-        put(root + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=" BRISA_DEMO_VERSION "\n");
+        QVERIFY(TestFiles::write(root + QStringLiteral("/updater.exe"), "x"));
+        QVERIFY(TestFiles::write(root + QStringLiteral("/cfgdata/version.ini"), "[release]\nversion=" BRISA_DEMO_VERSION "\n"));
         QVERIFY(QFile::copy(QStringLiteral(BRISA_SLEEPER_EXE), root + QStringLiteral("/brisalinker.exe")));
         QVERIFY(QDir().mkpath(root + QStringLiteral("/WinServices")));
         QVERIFY(QFile::copy(QStringLiteral(BRISA_MAINTENANCE_DEMO), root + QStringLiteral("/WinServices/bl-maintenance.exe")));
     }
-    put(installation + QStringLiteral("/uninstall.dat"), magic + "F\tWinServices/bl-maintenance.exe\nF\tbrisalinker.exe\nF\tcfgdata/version.ini\n"
-                                                                 "F\tuninstall.dat\nF\tuninstall.exe\nF\tupdater.exe\nD\tWinServices\nD\tcfgdata\n");
-    put(installation + QStringLiteral("/data/user-notes.txt"));
+    QVERIFY(TestFiles::write(installation + QStringLiteral("/uninstall.dat"), magic + "F\tWinServices/bl-maintenance.exe\nF\tbrisalinker.exe\nF\tcfgdata/version.ini\n"
+                                                                 "F\tuninstall.dat\nF\tuninstall.exe\nF\tupdater.exe\nD\tWinServices\nD\tcfgdata\n"));
+    QVERIFY(TestFiles::write(installation + QStringLiteral("/data/user-notes.txt"), "x"));
     QVERIFY(QFile::copy(QStringLiteral(BRISA_UNINSTALL_EXE), installation + QStringLiteral("/uninstall.exe")));
     MaintenanceSetupState state;
     QString error;
@@ -274,7 +267,7 @@ void UninstallerTest::asksForAnAdministratorOnlyWhenNeeded()
     QTemporaryDir temp;
     const QString installation = temp.filePath(QStringLiteral("BrisaLinker"));
     const QString named = setup.endsWith(QLatin1String("elsewhere")) ? temp.filePath(QStringLiteral("Other/BrisaLinker")) : installation;
-    put(installation + QStringLiteral("/brisalinker.exe"));
+    QVERIFY(TestFiles::write(installation + QStringLiteral("/brisalinker.exe"), "x"));
     if (setup == QLatin1String("folder"))
         QVERIFY(QDir().mkpath(installation + QStringLiteral("/WinServices")));
     if (setup.startsWith(QLatin1String("machine key")))
