@@ -1,9 +1,9 @@
 #include "download_fixture.h"
+#include "support/test_files.h"
 #include "support/test_signing.h"
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -15,7 +15,7 @@
 Nginx::Nginx()
     : m_dir(qEnvironmentVariable("BRISA_TEST_NGINX_DIR"))
 {
-    m_port = quint16(readFile(m_dir + QStringLiteral("/port")).trimmed().toUInt());
+    m_port = quint16(TestFiles::read(m_dir + QStringLiteral("/port")).trimmed().toUInt());
     m_logOffset = QFileInfo(m_dir + QStringLiteral("/logs/access.log")).size();
 }
 
@@ -71,26 +71,14 @@ QByteArray manifestBytes(const QJsonObject &manifest)
     return QJsonDocument(manifest).toJson(QJsonDocument::Compact);
 }
 
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
-}
-
 QByteArray signedMaterial(const QString &name)
 {
-    return readFile(qEnvironmentVariable("BRISA_TEST_SIGNATURE_DIR") + QLatin1Char('/') + name);
+    return TestFiles::read(qEnvironmentVariable("BRISA_TEST_SIGNATURE_DIR") + QLatin1Char('/') + name);
 }
 
-void useServer(DownloadManager &manager, const TestHttpsServer &server)
+void useServer(DownloadManager &manager, const TestHttpsServer &server, const DownloadManager::Timing &timing)
 {
+    manager.setTiming(timing);
     QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
     ssl.addCaCertificates(server.caCertificates());
     manager.setSslConfiguration(ssl);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "download/download_manager.h"
+#include "support/test_files.h"
 #include "support/test_https_server.h"
 
 #include <QByteArray>
@@ -42,14 +43,14 @@ private:
 QByteArray serveRelease(TestHttpsServer &server, qint64 size);
 QByteArray manifestBytes(const QJsonObject &manifest);
 QByteArray randomBytes(qint64 size, quint32 seed);
-bool writeFile(const QString &path, const QByteArray &bytes);
-QByteArray readFile(const QString &path);
 // Made before the test by make-test-signatures.sh.
 QByteArray signedMaterial(const QString &name);
-// Trusts the test CA, which signed both the local server's and nginx's certificates.
-void useServer(DownloadManager &manager, const TestHttpsServer &server);
+
 // Runs one download to its end (or `timeoutMs`).
 DownloadOutcome runDownload(DownloadManager &manager, const QUrl &manifestUrl, const QString &cacheRoot,
                             int timeoutMs = 60000);
 // Stall and retry rules several times faster than in the installer.
 DownloadManager::Timing fastTiming();
+// Trusts the test CA, which signed both the local server's and nginx's certificates; with the
+// fast rules unless told otherwise.
+void useServer(DownloadManager &manager, const TestHttpsServer &server, const DownloadManager::Timing &timing = fastTiming());

@@ -144,8 +144,7 @@ void TestDownload::stallRule()
     m_server.addFault("/pkg/package.zip", TestHttpsServer::Fault::DropBeforeAnswer, 100000);
     DownloadManager manager;
     const DownloadManager::Timing timing = realScale ? DownloadManager::Timing() : fastTiming();
-    manager.setTiming(timing);
-    useServer(manager, m_server);
+    useServer(manager, m_server, timing);
     QElapsedTimer clock;
     clock.start();
     const DownloadOutcome outcome = runDownload(manager, m_server.url("/manifest.json"), cacheRoot(), 60000);
@@ -173,7 +172,6 @@ void TestDownload::prefetch()
     serveRelease(m_server, 1000);
     m_server.addFault(missing, TestHttpsServer::Fault::NotFound, 100);
     DownloadManager manager;
-    manager.setTiming(fastTiming());
     useServer(manager, m_server);
     QSignalSpy versions(&manager, &DownloadManager::manifestVersionKnown);
     QSignalSpy space(&manager, &DownloadManager::requiredSpaceKnown);

@@ -176,7 +176,7 @@ void TestDownload::download()
     const QDir root(cacheRoot());
     for (auto it = before.cbegin(); it != before.cend(); ++it) {
         if (!it.value().startsWith("->")) {
-            QVERIFY(writeFile(root.filePath(it.key()), it.value()));
+            QVERIFY(TestFiles::write(root.filePath(it.key()), it.value()));
             continue;
         }
 #ifdef Q_OS_WIN
@@ -186,7 +186,6 @@ void TestDownload::download()
         QVERIFY(QFile::link(root.filePath(QString::fromUtf8(it.value().mid(2))), root.filePath(it.key())));
     }
     DownloadManager manager;
-    manager.setTiming(fastTiming());
     useServer(manager, m_server);
     QElapsedTimer clock;
     clock.start();
@@ -203,13 +202,13 @@ void TestDownload::download()
         else if (it.value().isEmpty())
             QVERIFY2(!file.exists(), qPrintable(it.key()));
         else
-            QVERIFY2(readFile(file.filePath()).trimmed() == it.value().trimmed(), qPrintable(it.key()));
+            QVERIFY2(TestFiles::read(file.filePath()).trimmed() == it.value().trimmed(), qPrintable(it.key()));
     }
     const QDir cacheDir(root.filePath("version-1.2.3"));
     if (failure.isEmpty()) {
         QVERIFY2(outcome.completed, qPrintable(outcome.message));
         QCOMPARE(outcome.zipPath, cacheDir.filePath("package.zip"));
-        QVERIFY(readFile(outcome.zipPath) == served);
+        QVERIFY(TestFiles::read(outcome.zipPath) == served);
         QCOMPARE(outcome.lastReceived, size);
         QVERIFY(!QFile::exists(outcome.zipPath + ".assembling"));
         return;
@@ -223,7 +222,7 @@ void TestDownload::download()
     const QStringList names = cacheDir.entryList({"chunk-*.bin"}, QDir::Files);
     QCOMPARE(names.size(), path == "/manifest.json" ? 0 : int((size + chunk - 1) / chunk));
     for (const QString &name : names) {
-        const QByteArray bytes = readFile(cacheDir.filePath(name));
+        const QByteArray bytes = TestFiles::read(cacheDir.filePath(name));
         QVERIFY2(fault == Fault::CorruptBytes || served.mid(name.mid(6, 4).toInt() * chunk).startsWith(bytes), qPrintable(name));
     }
 }
@@ -240,9 +239,8 @@ void TestDownload::cancelDuringCacheVerification()
     QFETCH(bool, startAgain);
     serveRelease(m_server, packageSize);
     const QString zipPath = cacheRoot() + "/version-1.2.3/package.zip";
-    QVERIFY(writeFile(zipPath, package));
+    QVERIFY(TestFiles::write(zipPath, package));
     DownloadManager manager;
-    manager.setTiming(fastTiming());
     useServer(manager, m_server);
     QSignalSpy completed(&manager, &DownloadManager::completed);
     QSignalSpy failed(&manager, &DownloadManager::failed);
@@ -260,7 +258,7 @@ void TestDownload::cancelDuringCacheVerification()
     QCOMPARE(failed.count(), 0);
     if (startAgain)
         QCOMPARE(completed.at(0).at(0).toString(), zipPath);
-    QCOMPARE(readFile(zipPath), package);
+    QCOMPARE(TestFiles::read(zipPath), package);
     QCOMPARE(m_server.requestCount("/pkg/package.zip"), 0);
 }
 
@@ -279,12 +277,12 @@ void TestDownload::killedAndRestarted()
     Nginx web;
     QVERIFY2(web.isRunning(), "the test harness starts nginx");
     const QByteArray manifest = signedMaterial("manifest.json");
-    QVERIFY(writeFile(web.root() + "/signed/manifest.json", manifest));
-    QVERIFY(writeFile(web.root() + "/signed/manifest.json.sig", signedMaterial("current.sig")));
+    QVERIFY(TestFiles::write(web.root() + "/signed/manifest.json", manifest));
+    QVERIFY(TestFiles::write(web.root() + "/signed/manifest.json.sig", signedMaterial("current.sig")));
     const qint64 size = QFileInfo(web.root() + "/signed/package.zip").size();
     web.takeRanges(QString());
     const QDir root(cacheRoot());
-    QVERIFY(writeFile(root.filePath("outside/keep.txt"), "keep"));
+    QVERIFY(TestFiles::write(root.filePath("outside/keep.txt"), "keep"));
     const QString cache = root.filePath("cache");
     const QDir dir(cache + "/version-1.5.0");
     QRandomGenerator random(seed);
@@ -320,10 +318,10 @@ void TestDownload::killedAndRestarted()
     }
     QVERIFY(done);
     QVERIFY(requestsSeen >= 7);
-    QCOMPARE(readFile(dir.filePath("package.zip")), readFile(web.root() + "/signed/package.zip"));
+    QCOMPARE(TestFiles::read(dir.filePath("package.zip")), TestFiles::read(web.root() + "/signed/package.zip"));
     // Nothing outside the cache directory was touched.
     QCOMPARE(root.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList({"cache", "outside"}));
-    QCOMPARE(readFile(root.filePath("outside/keep.txt")), QByteArray("keep"));
+    QCOMPARE(TestFiles::read(root.filePath("outside/keep.txt")), QByteArray("keep"));
     QCOMPARE(QDir(cache).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList({"version-1.5.0"}));
     for (const QString &name : dir.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden))
         QVERIFY2(name == "package.zip" || name == "package.sha256" || name.startsWith("chunk-"), qPrintable(name));
@@ -335,13 +333,13 @@ void TestDownload::cacheNeverFollowsALink()
 {
     const QString cache = cacheRoot() + QStringLiteral("/cache");
     const QString canaries = cacheRoot() + QStringLiteral("/canaries");
-    QVERIFY(writeFile(canaries + QStringLiteral("/precious.bin"), "keep") && QDir().mkpath(cache));
+    QVERIFY(TestFiles::write(canaries + QStringLiteral("/precious.bin"), "keep") && QDir().mkpath(cache));
     QVERIFY(TestLinks::makeDirectoryLink(canaries, cache + QStringLiteral("/chunk-0001.bin")));
 #ifndef Q_OS_WIN
     QVERIFY(QFile::link(canaries + QStringLiteral("/precious.bin"), cache + QStringLiteral("/chunk-0002.bin")));
 #endif
     DownloadCache::claimForPackage(cache, QByteArray(64, 'a'));
-    QCOMPARE(readFile(canaries + QStringLiteral("/precious.bin")), QByteArray("keep"));
+    QCOMPARE(TestFiles::read(canaries + QStringLiteral("/precious.bin")), QByteArray("keep"));
     QCOMPARE(QDir(canaries).entryList(QDir::Files), QStringList{QStringLiteral("precious.bin")});
 }
 

@@ -67,22 +67,22 @@ void TestDownload::servedManifest()
     QFETCH(bool, cachedChunks);
     Nginx nginx;
     QVERIFY2(nginx.isRunning(), "the test harness starts nginx");
-    QVERIFY(writeFile(nginx.root() + "/signed/manifest.json", manifest));
+    QVERIFY(TestFiles::write(nginx.root() + "/signed/manifest.json", manifest));
     QFile::remove(nginx.root() + "/signed/manifest.json.sig");
-    QVERIFY(signature == "404" || writeFile(nginx.root() + "/signed/manifest.json.sig", signature));
-    const QByteArray package = readFile(nginx.root() + "/signed/package.zip");
+    QVERIFY(signature == "404" || TestFiles::write(nginx.root() + "/signed/manifest.json.sig", signature));
+    const QByteArray package = TestFiles::read(nginx.root() + "/signed/package.zip");
     const QDir dir(cacheRoot() + "/version-1.5.0");
     if (cachedChunks) {
         const qint64 chunk = DownloadManager::chunkSize;
-        QVERIFY(writeFile(dir.filePath("package.sha256"), QCryptographicHash::hash(package, QCryptographicHash::Sha256).toHex()));
+        QVERIFY(TestFiles::write(dir.filePath("package.sha256"), QCryptographicHash::hash(package, QCryptographicHash::Sha256).toHex()));
         QByteArray corrupt = package.left(chunk);
         corrupt[12345] = char(corrupt.at(12345) ^ 1);
-        QVERIFY(writeFile(dir.filePath("chunk-0000.bin"), corrupt));
-        QVERIFY(writeFile(dir.filePath("chunk-0001.bin"), package.mid(chunk, chunk / 2)));
-        QVERIFY(writeFile(dir.filePath("chunk-0002.bin"), package.mid(2 * chunk, chunk)));
+        QVERIFY(TestFiles::write(dir.filePath("chunk-0000.bin"), corrupt));
+        QVERIFY(TestFiles::write(dir.filePath("chunk-0001.bin"), package.mid(chunk, chunk / 2)));
+        QVERIFY(TestFiles::write(dir.filePath("chunk-0002.bin"), package.mid(2 * chunk, chunk)));
     }
     DownloadManager manager;
-    useServer(manager, m_server);
+    useServer(manager, m_server, DownloadManager::Timing());
     QSignalSpy versions(&manager, &DownloadManager::manifestVersionKnown);
     const LogCapture log;
     const DownloadOutcome outcome = runDownload(manager, nginx.url("/signed/manifest.json"), cacheRoot());
@@ -93,7 +93,7 @@ void TestDownload::servedManifest()
     const QList<QByteArray> packageRequests = nginx.takeRanges("/signed/package.zip");
     if (message.isEmpty()) {
         QVERIFY2(outcome.completed, qPrintable(outcome.message));
-        QVERIFY(readFile(outcome.zipPath) == package);
+        QVERIFY(TestFiles::read(outcome.zipPath) == package);
         // Throwing a corrupted chunk away takes its bytes back out of the progress; otherwise it only grows.
         QVERIFY(!outcome.progressWentBack || cachedChunks);
         return;

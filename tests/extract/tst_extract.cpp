@@ -76,37 +76,22 @@ void TestExtract::safeEntryPath_data()
     QTest::newRow("staging root itself") << QByteArray("./") << QStringLiteral(".");
     QTest::newRow("utf-8 name kept") << QByteArray("r\xc3\xa9sum\xc3\xa9.txt") << QStringLiteral("résumé.txt");
     QTest::newRow("512 bytes accepted") << QByteArray(512, 'n') << QString(512, QLatin1Char('n'));
-    QTest::newRow("parent") << QByteArray("../x") << QString();
-    QTest::newRow("escape through a subdirectory") << QByteArray("a/../../x") << QString();
-    QTest::newRow("bare dot-dot") << QByteArray("..") << QString();
-    QTest::newRow("absolute posix") << QByteArray("/etc/x") << QString();
-    QTest::newRow("drive absolute") << QByteArray("C:/x") << QString();
-    QTest::newRow("drive relative") << QByteArray("C:x") << QString();
-    QTest::newRow("alternate data stream") << QByteArray("x:stream") << QString();
-    QTest::newRow("backslash parent") << QByteArray("..\\x") << QString();
-    QTest::newRow("unc share") << QByteArray("\\\\server\\share\\x") << QString();
-    QTest::newRow("leading backslash") << QByteArray("\\x") << QString();
-    QTest::newRow("513 bytes") << QByteArray(513, 'n') << QString();
-    QTest::newRow("invalid utf-8") << QByteArray("\xff\xfe.txt") << QString();
-    QTest::newRow("overlong utf-8 slash") << QByteArray("a\xc0\xaf..\xc0\xafx") << QString();
-    QTest::newRow("embedded nul") << QByteArray("a\0b", 3) << QString();
-    QTest::newRow("control character") << QByteArray("a\x01" "b") << QString();
-    QTest::newRow("newline") << QByteArray("a\nb") << QString();
-    QTest::newRow("latin-1 name") << QByteArray("caf\xe9.txt") << QString();
-    QTest::newRow("delete character") << QByteArray("a\x7f" "b") << QString();
-    QTest::newRow("device name") << QByteArray("CON") << QString();
-    QTest::newRow("device name with extension") << QByteArray("nul.txt") << QString();
-    QTest::newRow("serial port") << QByteArray("COM1") << QString();
-    QTest::newRow("device name in a subdirectory") << QByteArray("bin/aux.dll") << QString();
-    QTest::newRow("lower-case printer port") << QByteArray("lpt9.log") << QString();
-    QTest::newRow("trailing dot") << QByteArray("name.") << QString();
-    QTest::newRow("trailing blank") << QByteArray("name ") << QString();
-    QTest::newRow("directory with trailing dot") << QByteArray("dir./x") << QString();
-    QTest::newRow("wildcard") << QByteArray("a*b") << QString();
-    QTest::newRow("pipe") << QByteArray("a|b") << QString();
-    QTest::newRow("empty") << QByteArray() << QString();
     QTest::newRow("console not a device when longer") << QByteArray("CONSOLE.txt") << QStringLiteral("CONSOLE.txt");
     QTest::newRow("COM0 lookalike with letters") << QByteArray("COMX") << QStringLiteral("COMX");
+    // Refused: the staging root's escapes, what Windows cannot hold or reads as a device.
+    const std::pair<const char *, QByteArray> refused[] = {
+        { "parent", "../x" }, { "escape through a subdirectory", "a/../../x" }, { "bare dot-dot", ".." }, { "absolute posix", "/etc/x" },
+        { "drive absolute", "C:/x" }, { "drive relative", "C:x" }, { "alternate data stream", "x:stream" }, { "backslash parent", "..\\x" },
+        { "unc share", "\\\\server\\share\\x" }, { "leading backslash", "\\x" }, { "513 bytes", QByteArray(513, 'n') },
+        { "invalid utf-8", "\xff\xfe.txt" }, { "overlong utf-8 slash", "a\xc0\xaf..\xc0\xafx" }, { "embedded nul", QByteArray("a\0b", 3) },
+        { "control character", "a\x01" "b" }, { "newline", "a\nb" }, { "latin-1 name", "caf\xe9.txt" }, { "delete character", "a\x7f" "b" },
+        { "device name", "CON" }, { "device name with extension", "nul.txt" }, { "serial port", "COM1" },
+        { "device name in a subdirectory", "bin/aux.dll" }, { "lower-case printer port", "lpt9.log" }, { "trailing dot", "name." },
+        { "trailing blank", "name " }, { "directory with trailing dot", "dir./x" }, { "wildcard", "a*b" }, { "pipe", "a|b" },
+        { "empty", QByteArray() },
+    };
+    for (const auto &[tag, name] : refused)
+        QTest::newRow(tag) << name << QString();
 }
 
 void TestExtract::safeEntryPath()

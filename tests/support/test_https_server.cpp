@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QHostAddress>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QSslConfiguration>
 #include <QSslServer>
@@ -14,28 +13,12 @@ namespace {
 constexpr int trickleBytes = 512;
 constexpr int trickleIntervalMs = 20;
 
-bool runOpenssl(const QStringList &arguments, QString *error)
-{
-    QProcess openssl;
-    openssl.start(QStringLiteral("openssl"), arguments);
-    if (!openssl.waitForFinished(60000) || openssl.exitStatus() != QProcess::NormalExit || openssl.exitCode() != 0) {
-        if (error)
-            *error = QStringLiteral("openssl %1 failed: %2").arg(arguments.value(0), QString::fromLocal8Bit(openssl.readAllStandardError()));
-        return false;
-    }
-    return true;
-}
-
 QByteArray statusLine(int status)
 {
-    switch (status) {
-    case 200: return "HTTP/1.1 200 OK\r\n";
-    case 206: return "HTTP/1.1 206 Partial Content\r\n";
-    case 404: return "HTTP/1.1 404 Not Found\r\n";
-    case 416: return "HTTP/1.1 416 Range Not Satisfiable\r\n";
-    case 500: return "HTTP/1.1 500 Internal Server Error\r\n";
-    default: return "HTTP/1.1 503 Service Unavailable\r\n";
-    }
+    static const QHash<int, QByteArray> reasons { { 200, "OK" }, { 206, "Partial Content" }, { 404, "Not Found" },
+                                                  { 416, "Range Not Satisfiable" }, { 500, "Internal Server Error" },
+                                                  { 503, "Service Unavailable" } };
+    return "HTTP/1.1 " + QByteArray::number(status) + ' ' + reasons.value(status) + "\r\n";
 }
 
 void sendSlowly(QSslSocket *socket, QByteArray rest)
@@ -55,6 +38,7 @@ void sendSlowly(QSslSocket *socket, QByteArray rest)
 
 TestHttpsServer::TestHttpsServer(QObject *parent)
     : QObject(parent)
+    , m_certificates(qEnvironmentVariable("BRISA_TEST_CERT_DIR"))
 {
 }
 
@@ -69,47 +53,15 @@ void TestHttpsServer::stop()
     m_server = nullptr;
 }
 
-bool TestHttpsServer::makeCertificates(const QString &directory, QString *error)
-{
-    const QString ca = directory + QStringLiteral("/ca");
-    const QString server = directory + QStringLiteral("/server");
-    QFile extensions(directory + QStringLiteral("/server.ext"));
-    if (!extensions.open(QIODevice::WriteOnly)
-        || extensions.write("subjectAltName=IP:127.0.0.1,DNS:localhost\nbasicConstraints=CA:FALSE\n"
-                            "keyUsage=digitalSignature,keyEncipherment\nextendedKeyUsage=serverAuth\n") < 0)
-        return false;
-    extensions.close();
-    return runOpenssl({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=Brisa Test CA",
-                       "-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=critical,keyCertSign,cRLSign",
-                       "-keyout", ca + ".key", "-out", ca + ".pem"}, error)
-        && runOpenssl({"req", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=127.0.0.1",
-                       "-keyout", server + ".key", "-out", server + ".csr"}, error)
-        && runOpenssl({"x509", "-req", "-in", server + ".csr", "-CA", ca + ".pem", "-CAkey", ca + ".key",
-                       "-CAcreateserial", "-days", "2", "-extfile", extensions.fileName(), "-out", server + ".pem"}, error);
-}
-
 bool TestHttpsServer::start(QString *error)
 {
-    if (!m_dir.isValid())
+    QFile certificate(m_certificates + QStringLiteral("/server.pem"));
+    QFile key(m_certificates + QStringLiteral("/server.key"));
+    if (!certificate.open(QIODevice::ReadOnly) || !key.open(QIODevice::ReadOnly)) {
+        if (error)
+            *error = QStringLiteral("no certificates in \"%1\" (BRISA_TEST_CERT_DIR)").arg(m_certificates);
         return false;
-    // A program that cannot run openssl itself (under Wine) gets certificates made beforehand.
-    const QString made = qEnvironmentVariable("BRISA_TEST_CERT_DIR");
-    if (made.isEmpty()) {
-        if (!makeCertificates(m_dir.path(), error))
-            return false;
-    } else {
-        for (const char *name : {"ca.pem", "server.pem", "server.key"}) {
-            if (!QFile::copy(made + QLatin1Char('/') + QLatin1String(name), m_dir.filePath(QLatin1String(name)))) {
-                if (error)
-                    *error = QStringLiteral("no %1 in %2").arg(QLatin1String(name), made);
-                return false;
-            }
-        }
     }
-    QFile certificate(m_dir.filePath(QStringLiteral("server.pem")));
-    QFile key(m_dir.filePath(QStringLiteral("server.key")));
-    if (!certificate.open(QIODevice::ReadOnly) || !key.open(QIODevice::ReadOnly))
-        return false;
     QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
     configuration.setLocalCertificate(QSslCertificate(certificate.readAll(), QSsl::Pem));
     configuration.setPrivateKey(QSslKey(key.readAll(), QSsl::Rsa, QSsl::Pem));
@@ -132,7 +84,7 @@ bool TestHttpsServer::start(QString *error)
 }
 
 quint16 TestHttpsServer::port() const { return m_server ? m_server->serverPort() : 0; }
-QString TestHttpsServer::caPath() const { return m_dir.filePath(QStringLiteral("ca.pem")); }
+QString TestHttpsServer::caPath() const { return m_certificates + QStringLiteral("/ca.pem"); }
 QList<QSslCertificate> TestHttpsServer::caCertificates() const { return QSslCertificate::fromPath(caPath()); }
 
 QString TestHttpsServer::url(const QString &path) const

@@ -7,14 +7,13 @@
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QString>
-#include <QTemporaryDir>
 
 class QSslServer;
 class QSslSocket;
 
 // A small HTTPS server on 127.0.0.1 for tests: serves byte ranges of in-memory files and can be
-// told to misbehave on the next requests for a path. Its CA and server certificate are made
-// with the openssl command line when the server starts, so nothing secret lives in the tree.
+// told to misbehave on the next requests for a path. Its CA and server certificate are the
+// throwaway ones make-test-certificates.sh leaves in $BRISA_TEST_CERT_DIR before the test.
 class TestHttpsServer : public QObject
 {
     Q_OBJECT
@@ -37,7 +36,7 @@ public:
     explicit TestHttpsServer(QObject *parent = nullptr);
     ~TestHttpsServer() override;
 
-    // Makes the certificates in a temporary directory and listens on 127.0.0.1.
+    // Listens on 127.0.0.1.
     bool start(QString *error = nullptr);
     // Stops listening; call it while the event loop's objects still exist (cleanupTestCase).
     void stop();
@@ -54,15 +53,12 @@ public:
     QList<QByteArray> ranges(const QString &path) const;
     void resetCounters();
 
-    // Makes a CA and a server certificate for 127.0.0.1 under `directory` with openssl.
-    static bool makeCertificates(const QString &directory, QString *error);
-
 private:
     void accept(QSslSocket *socket);
     void handle(QSslSocket *socket);
     void respond(QSslSocket *socket, const QString &path, const QByteArray &range);
 
-    QTemporaryDir m_dir;
+    QString m_certificates;
     QSslServer *m_server = nullptr;
     QHash<QString, QByteArray> m_files;
     QHash<QString, QList<Fault>> m_faults;

@@ -34,15 +34,6 @@ int run(const QString &program, const QStringList &arguments, QByteArray *output
 #ifndef Q_OS_WIN
 using Files = std::map<QString, QByteArray>;
 
-bool writeTree(const QString &root, const Files &files)
-{
-    for (const auto &[path, content] : files) {
-        if (!TestFiles::write(root + QLatin1Char('/') + path, content))
-            return false;
-    }
-    return true;
-}
-
 // A tool of tools/, beside make-release.
 QString tool(const char *name)
 {
@@ -112,7 +103,9 @@ private slots:
         Files files = productFile == QLatin1String("@none") ? Files() : productFiles;
         if (!productFile.startsWith(QLatin1Char('@')) && !productFile.isEmpty())
             files[productFile] = "x";
-        QVERIFY(QDir().mkpath(source) && writeTree(source, files));
+        QVERIFY(QDir().mkpath(source));
+        for (const auto &[path, content] : files)
+            QVERIFY(TestFiles::write(source + QLatin1Char('/') + path, content));
         if (productFile == QLatin1String("@link"))
             QVERIFY(QFile::link(source + QStringLiteral("/updater.exe"), source + QStringLiteral("/linked.exe")));
         // A release already being served is replaced whole or stays exactly as it was.
