@@ -144,14 +144,23 @@ struct ArchiveCloser
 bool isReservedDeviceName(const QString &segment)
 {
     // Windows opens the device, not a file, for these names whatever the extension.
-    const QString stem = segment.section(QLatin1Char('.'), 0, 0).trimmed().toUpper();
+    QStringView stem(segment);
+    if (const qsizetype dot = stem.indexOf(QLatin1Char('.')); dot >= 0)
+        stem = stem.left(dot);
+    stem = stem.trimmed();
+    const bool ascii = std::all_of(stem.cbegin(), stem.cend(), [](QChar c) { return c.unicode() < 0x80; });
+    // Most names are plain ASCII and of another length than any device's: no upper-casing, no
+    // lookup for them (it counted in an archive of many small files).
+    if (ascii && (stem.size() < 3 || stem.size() > 7))
+        return false;
+    const QString upper = stem.toString().toUpper();
     static const QSet<QString> devices = { QStringLiteral("CON"), QStringLiteral("PRN"), QStringLiteral("AUX"),
                                            QStringLiteral("NUL"), QStringLiteral("CONIN$"), QStringLiteral("CONOUT$"),
                                            QStringLiteral("CLOCK$") };
-    if (devices.contains(stem))
+    if (devices.contains(upper))
         return true;
-    if (stem.size() == 4 && (stem.startsWith(QLatin1String("COM")) || stem.startsWith(QLatin1String("LPT")))) {
-        const QChar digit = stem.at(3);
+    if (upper.size() == 4 && (upper.startsWith(QLatin1String("COM")) || upper.startsWith(QLatin1String("LPT")))) {
+        const QChar digit = upper.at(3);
         return (digit >= QLatin1Char('0') && digit <= QLatin1Char('9')) || digit == QChar(0x00B9)
             || digit == QChar(0x00B2) || digit == QChar(0x00B3);
     }
@@ -179,7 +188,10 @@ void addAncestors(const QString &relativePath, QSet<QString> *directories)
     QString path = relativePath;
     for (qsizetype slash = path.lastIndexOf(QLatin1Char('/')); slash > 0; slash = path.lastIndexOf(QLatin1Char('/'))) {
         path.truncate(slash);
+        const qsizetype known = directories->size();
         directories->insert(path);
+        if (directories->size() == known)
+            break; // its ancestors went in with it
     }
 }
 
@@ -193,11 +205,11 @@ public:
         QString prefix;
         for (const QString &segment : path.split(QLatin1Char('/'))) {
             prefix = prefix.isEmpty() ? segment : prefix + QLatin1Char('/') + segment;
-            const QString folded = prefix.toCaseFolded();
-            const auto known = m_names.constFind(folded);
-            if (known == m_names.cend())
-                m_names.insert(folded, prefix);
-            else if (known.value() != prefix)
+            // One lookup per name: a new slot is null until it holds the name's spelling.
+            QString &spelling = m_names[prefix.toCaseFolded()];
+            if (spelling.isNull())
+                spelling = prefix;
+            else if (spelling != prefix)
                 return false;
         }
         return true;
@@ -333,10 +345,10 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
             return finished(ZipCannotExtract, files, directories);
         }
         // The same name twice: the later entry has replaced the earlier one, listed once.
-        if (!listedFiles.contains(path)) {
-            listedFiles.insert(path);
+        const qsizetype listed = listedFiles.size();
+        listedFiles.insert(path);
+        if (listedFiles.size() != listed)
             files.append(path);
-        }
     }
     if (progress && total == 0)
         progress(0, 0);
