@@ -4,12 +4,12 @@
 // the rollback after a cancel and during an interrupted recovery are covered the same way.
 #include "tst_finalize.h"
 
+#include "support/crash_child_run.h"
 #include "support/test_registrations.h"
 #include "support/tree_fixture.h"
 #include "system/file_links.h"
 
 #include <QDir>
-#include <QProcess>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
@@ -19,13 +19,6 @@
 namespace {
 
 enum class Scenario { Update, FirstInstall, CancelledUpdate, InterruptedRecovery };
-
-struct ChildRun
-{
-    bool died = false;
-    int exitCode = -1;
-    QStringList steps;
-};
 
 // The user's view of the product: every file and directory, and the registrations.
 using State = QMap<QString, QString>;
@@ -81,25 +74,12 @@ private:
     QString steps() const { return QFileInfo(m_base).path() + QStringLiteral("/steps.txt"); }
     ChildRun run(const QStringList &arguments)
     {
-        QProcess child;
-        child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         // Without the system's programs the optional actions after the commit are quick warnings.
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("WINDIR"), QDir::toNativeSeparators(m_base));
         // The uninstall list orders its directories by hash; every run the same way.
         environment.insert(QStringLiteral("QT_HASH_SEED"), QStringLiteral("0"));
-        child.setProcessEnvironment(environment);
-        child.start(QStringLiteral(BRISA_FINALIZATION_CRASH_CHILD), arguments);
-        ChildRun result;
-        child.waitForFinished(120000);
-        // A killed process: a signal on the host, the forced exit code under Windows.
-        result.died = child.exitStatus() == QProcess::CrashExit || child.exitCode() == 137;
-        result.exitCode = child.exitCode();
-        for (const QByteArray &line : TreeFixture::read(steps()).split('\n')) {
-            if (!line.trimmed().isEmpty())
-                result.steps.append(QString::fromLatin1(line.trimmed()));
-        }
-        return result;
+        return runCrashChild(QStringLiteral(BRISA_FINALIZATION_CRASH_CHILD), arguments, steps(), environment);
     }
 
     QString m_base;

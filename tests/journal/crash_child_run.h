@@ -1,21 +1,10 @@
 #pragma once
 
-#include <QString>
-#include <QStringList>
+#include "support/crash_child_run.h"
 
 #include <memory>
 
-// One run of journal_crash_child and what it did.
-struct ChildRun
-{
-    bool finished = false;
-    bool died = false;
-    int exitCode = -1;
-    QString error; // empty unless QProcess reported one (failed to start, timed out)
-    qint64 elapsedMs = 0;
-    QStringList steps;
-};
-
+// One run of journal_crash_child.
 ChildRun runChild(const QStringList &arguments, const QString &stepsPath);
 
 // A machine an installation or a migration is killed on, and then recovered as the next

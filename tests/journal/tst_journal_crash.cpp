@@ -6,35 +6,15 @@
 
 #include "crash_child_run.h"
 #include "journal/overlay_transaction.h"
-#include "support/test_files.h"
 #include "support/tree_fixture.h"
 
-#include <QElapsedTimer>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 ChildRun runChild(const QStringList &arguments, const QString &stepsPath)
 {
-    ChildRun run;
-    QProcess child;
-    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    QElapsedTimer clock;
-    clock.start();
-    child.start(QStringLiteral(BRISA_CRASH_CHILD), arguments);
-    run.finished = child.waitForFinished(60000);
-    run.elapsedMs = clock.elapsed();
-    if (child.error() != QProcess::UnknownError && child.error() != QProcess::Crashed)
-        run.error = child.errorString();
-    // A killed process: a signal on the host, the forced exit code under Windows.
-    run.died = child.exitStatus() == QProcess::CrashExit || child.exitCode() == 137;
-    run.exitCode = child.exitCode();
-    for (const QByteArray &line : TestFiles::read(stepsPath).split('\n')) {
-        if (!line.trimmed().isEmpty())
-            run.steps.append(QString::fromLatin1(line.trimmed())); // "\r\n" under Windows
-    }
-    return run;
+    return runCrashChild(QStringLiteral(BRISA_CRASH_CHILD), arguments, stepsPath);
 }
 
 namespace {
