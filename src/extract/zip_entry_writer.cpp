@@ -3,15 +3,15 @@
 #include "extract/crc32.h"
 #include "extract/file_preallocation.h"
 
+#include <QByteArray>
 #include <QFile>
+
+#include <cstring>
 
 namespace {
 
-// Compressed bytes are read a MiB at a time. Output goes out in 64 KiB writes: inflate and the
-// CRC work on a block that is still in the cache, and Linux's page cache took 2 to 5 times the
-// system time per byte for 128 KiB and 1 MiB writes (larger folios to allocate and fill).
+// Compressed bytes are read a MiB at a time.
 constexpr qint64 readBlockBytes = 1 << 20;
-constexpr qint64 writeBlockBytes = 64 * 1024;
 constexpr qint64 progressStep = 262144;
 
 struct EntryCloser
@@ -42,15 +42,29 @@ ZipEntryWriter::~ZipEntryWriter()
 bool ZipEntryWriter::write(zip_t *archive, zip_uint64_t index, const zip_stat_t &stat, QFile &output)
 {
     m_file = &output;
+    m_content = nullptr;
+    // A file that fits in one write gains nothing from a reservation but its system call.
+    if (qint64(stat.size) > writeBlockBytes)
+        FilePreallocation::reserve(output, qint64(stat.size));
+    return decode(archive, index, stat);
+}
+
+bool ZipEntryWriter::read(zip_t *archive, zip_uint64_t index, const zip_stat_t &stat, QByteArray *content)
+{
+    m_file = nullptr;
+    m_content = content;
+    content->resize(qsizetype(stat.size));
+    return decode(archive, index, stat);
+}
+
+bool ZipEntryWriter::decode(zip_t *archive, zip_uint64_t index, const zip_stat_t &stat)
+{
     m_declaredSize = qint64(stat.size);
     m_offset = 0;
 
     // No password is ever given: an encrypted entry cannot be ours.
     if ((stat.valid & ZIP_STAT_ENCRYPTION_METHOD) && stat.encryption_method != ZIP_EM_NONE)
         return false;
-    // A file that fits in one write gains nothing from a reservation but its system call.
-    if (m_declaredSize > writeBlockBytes)
-        FilePreallocation::reserve(output, m_declaredSize);
 
     const bool described = (stat.valid & ZIP_STAT_COMP_METHOD) && (stat.valid & ZIP_STAT_CRC) && (stat.valid & ZIP_STAT_COMP_SIZE);
     if (!described || (stat.comp_method != ZIP_CM_STORE && stat.comp_method != ZIP_CM_DEFLATE))
@@ -141,8 +155,11 @@ bool ZipEntryWriter::decodeThroughLibzip(zip_t *archive, zip_uint64_t index)
 // honoured at every block.
 bool ZipEntryWriter::deliver(const char *data, qint64 length)
 {
-    if (m_cancelFlag.load() || length > m_declaredSize - m_offset
-        || (m_file->pos() != m_offset && !m_file->seek(m_offset)) || m_file->write(data, length) != length)
+    if (m_cancelFlag.load() || length > m_declaredSize - m_offset)
+        return false;
+    if (m_content)
+        std::memcpy(m_content->data() + m_offset, data, size_t(length));
+    else if ((m_file->pos() != m_offset && !m_file->seek(m_offset)) || m_file->write(data, length) != length)
         return false;
     m_offset += length;
     const qint64 processed = m_processedBytes.fetch_add(length) + length;

@@ -1,7 +1,9 @@
 // The ZIP side of ArchiveExtractor: a read callback over the package file, a first pass that
-// sizes every entry, and a second pass that streams each entry to its staging file in blocks.
+// sizes every entry, and a second pass that streams each large entry to its staging file in
+// blocks and hands each small one, decoded, to a thread that creates and writes it.
 #include "extract/archive_extractor.h"
 
+#include "extract/queued_file_writer.h"
 #include "extract/zip_entry_writer.h"
 
 #include <QDir>
@@ -22,6 +24,8 @@ namespace {
 
 constexpr qsizetype maximumNameBytes = 512;
 constexpr qint64 readAheadBytes = 1 << 20;
+// Entries up to this size are decoded into memory and written by the queued writer's thread.
+constexpr qint64 queuedEntryBytes = 1 << 20;
 
 // Serves libzip's reads from the package file. Headers and small entries are read a few dozen
 // bytes or KiB at a time and come from a read-ahead window, one system call per MiB; the large
@@ -219,6 +223,12 @@ private:
     QHash<QString, QString> m_names;
 };
 
+int queuedFailureStatus(QueuedFileWriter::Failure failure)
+{
+    return failure == QueuedFileWriter::Failure::Create ? ArchiveExtractor::ZipCannotWriteFile
+                                                        : ArchiveExtractor::ZipCannotExtract;
+}
+
 ArchiveExtractor::Result finished(int status, QList<QString> files = {}, const QSet<QString> &directories = {})
 {
     ArchiveExtractor::Result result;
@@ -306,9 +316,22 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
     CaseFoldedNames caseFolded;
     ZipEntryWriter writer(cancelFlag, processedBytes, progress, total);
 
+    QueuedFileWriter queued(cancelFlag);
+    // A directory named like a file still in the queue: the file is written first, so that the
+    // directory is refused as it would be in archive order.
+    const auto settleFileNamed = [&](QString directory) {
+        for (; !directory.isEmpty(); directory.truncate(std::max<qsizetype>(directory.lastIndexOf(QLatin1Char('/')), 0))) {
+            if (listedFiles.contains(directory))
+                return queued.drain();
+        }
+        return queued.failure();
+    };
+
     for (zip_int64_t index = 0; index < entryCount; ++index) {
         if (cancelFlag.load())
             return finished(ZipCancelled, files, directories);
+        if (queued.failure() != QueuedFileWriter::Failure::None)
+            return finished(queuedFailureStatus(queued.failure()), files, directories);
         const zip_stat_t &stat = entries[size_t(index)];
         const QByteArray rawName(stat.name);
         const bool isDirectory = rawName.endsWith('/') || rawName.endsWith('\\');
@@ -319,6 +342,8 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
         if (isDirectory) {
             if (path == QLatin1String("."))
                 continue;
+            if (const QueuedFileWriter::Failure failure = settleFileNamed(path); failure != QueuedFileWriter::Failure::None)
+                return finished(queuedFailureStatus(failure), files, directories);
             if (!staging.mkpath(path))
                 return finished(ZipCannotCreateDirectory, files, directories);
             directories.insert(path);
@@ -327,22 +352,37 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
         }
 
         const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
-        if (slash > 0 && !directories.contains(path.left(slash)) && !staging.mkpath(path.left(slash)))
-            return finished(ZipCannotCreateDirectory, files, directories);
+        if (slash > 0 && !directories.contains(path.left(slash))) {
+            if (const QueuedFileWriter::Failure failure = settleFileNamed(path.left(slash)); failure != QueuedFileWriter::Failure::None)
+                return finished(queuedFailureStatus(failure), files, directories);
+            if (!staging.mkpath(path.left(slash)))
+                return finished(ZipCannotCreateDirectory, files, directories);
+        }
         addAncestors(path, &directories);
 
-        QFile output(staging.filePath(path));
-        if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
-            return finished(ZipCannotWriteFile, files, directories);
-        if (!writer.write(archive.get(), zip_uint64_t(index), stat, output)) {
+        if (qint64(stat.size) <= queuedEntryBytes) {
+            QByteArray content;
+            if (!writer.read(archive.get(), zip_uint64_t(index), stat, &content))
+                return finished(cancelFlag.load() ? ZipCancelled : ZipCannotExtract, files, directories);
+            queued.write(staging.filePath(path), std::move(content));
+        } else {
+            // Written here, after every file queued before it: a later entry of the same name
+            // must replace an earlier one, never the other way round.
+            if (const QueuedFileWriter::Failure failure = queued.drain(); failure != QueuedFileWriter::Failure::None)
+                return finished(queuedFailureStatus(failure), files, directories);
+            QFile output(staging.filePath(path));
+            if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
+                return finished(ZipCannotWriteFile, files, directories);
+            if (!writer.write(archive.get(), zip_uint64_t(index), stat, output)) {
+                output.close();
+                output.remove();
+                return finished(cancelFlag.load() ? ZipCancelled : ZipCannotExtract, files, directories);
+            }
             output.close();
-            output.remove();
-            return finished(cancelFlag.load() ? ZipCancelled : ZipCannotExtract, files, directories);
-        }
-        output.close();
-        if (output.error() != QFileDevice::NoError) {
-            output.remove();
-            return finished(ZipCannotExtract, files, directories);
+            if (output.error() != QFileDevice::NoError) {
+                output.remove();
+                return finished(ZipCannotExtract, files, directories);
+            }
         }
         // The same name twice: the later entry has replaced the earlier one, listed once.
         const qsizetype listed = listedFiles.size();
@@ -350,6 +390,10 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
         if (listedFiles.size() != listed)
             files.append(path);
     }
+    if (const QueuedFileWriter::Failure failure = queued.drain(); failure != QueuedFileWriter::Failure::None)
+        return finished(queuedFailureStatus(failure), files, directories);
+    if (cancelFlag.load())
+        return finished(ZipCancelled, files, directories);
     if (progress && total == 0)
         progress(0, 0);
     return finished(ZipSuccess, files, directories);

@@ -158,6 +158,19 @@ void TestExtract::hostileArchive_data()
     row("512-byte name accepted", build({ stored(longPath, "deep") }), 0, { QString::fromLatin1(longPath) }, {}, QString::fromLatin1(longPath), "deep");
     // libzip refuses a central directory naming one entry twice, before anything is written.
     row("same name twice", build({ stored("x.txt", "old"), stored("y.txt", "y"), stored("x.txt", "new") }), ArchiveExtractor::ZipInvalid, {}, { "x.txt", "y.txt" });
+    // Small files are written behind the decoding, large ones at once: the later entry still wins,
+    // even with many small files still to be written when the large one comes.
+    const QByteArray large(2 << 20, 'L');
+    QList<Entry> backlog;
+    QStringList backlogNames;
+    for (int i = 0; i < 1000; ++i) {
+        backlog.append(stored("f/" + QByteArray::number(i), "f"));
+        backlogNames.append(QString::fromLatin1(backlog.last().name));
+    }
+    row("a large entry replaces an earlier small one of the same path", build(backlog + QList<Entry> { stored("x.txt", "small"), deflated("./x.txt", large) }),
+        0, backlogNames + QStringList { "x.txt" }, {}, "x.txt", large);
+    row("a small entry replaces an earlier large one of the same path", build({ deflated("x.txt", large), stored("./x.txt", "small") }),
+        0, { "x.txt" }, {}, "x.txt", "small");
     row("root directory entry skipped", build({ directory("./"), stored("r.txt", "r") }), 0, { "r.txt" }, {}, "r.txt", "r");
     const Entry link = changed(stored("link", "/etc/passwd"), [](Entry &e) { e.madeByHost = 3; e.externalAttributes = 0120777u << 16; });
     row("unix symlink entry becomes a plain file", build({ link }), 0, { "link" }, {}, "link", "/etc/passwd");
