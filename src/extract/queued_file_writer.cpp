@@ -4,6 +4,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <system_error>
 
 namespace {
