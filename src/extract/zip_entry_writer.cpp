@@ -68,7 +68,7 @@ bool ZipEntryWriter::decode(zip_t *archive, zip_uint64_t index, const zip_stat_t
 
     const bool described = (stat.valid & ZIP_STAT_COMP_METHOD) && (stat.valid & ZIP_STAT_CRC) && (stat.valid & ZIP_STAT_COMP_SIZE);
     if (!described || (stat.comp_method != ZIP_CM_STORE && stat.comp_method != ZIP_CM_DEFLATE))
-        return decodeThroughLibzip(archive, index);
+        return decodeThroughLibzip(archive, index) && m_offset == m_declaredSize;
 
     // The entry's bytes as stored: libzip checks the local header and bounds the reads to the
     // compressed size; decoding and the CRC are ours.

@@ -326,6 +326,12 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
         }
         return queued.failure();
     };
+    // Files still in the queue came earlier in the archive than the entry at hand: when one of
+    // them failed, that failure is the one reported.
+    const auto failAt = [&](int status) {
+        const QueuedFileWriter::Failure failure = queued.drain();
+        return finished(failure != QueuedFileWriter::Failure::None ? queuedFailureStatus(failure) : status, files, directories);
+    };
 
     for (zip_int64_t index = 0; index < entryCount; ++index) {
         if (cancelFlag.load())
@@ -337,39 +343,34 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
         const bool isDirectory = rawName.endsWith('/') || rawName.endsWith('\\');
         const QString path = safeEntryPath(rawName);
         if (path.isEmpty() || (path == QLatin1String(".") && !isDirectory) || (path != QLatin1String(".") && !caseFolded.claim(path)))
-            return finished(ZipUnsafePath, files, directories);
+            return failAt(ZipUnsafePath);
 
         if (isDirectory) {
             if (path == QLatin1String("."))
                 continue;
-            if (const QueuedFileWriter::Failure failure = settleFileNamed(path); failure != QueuedFileWriter::Failure::None)
-                return finished(queuedFailureStatus(failure), files, directories);
-            if (!staging.mkpath(path))
-                return finished(ZipCannotCreateDirectory, files, directories);
+            if (settleFileNamed(path) != QueuedFileWriter::Failure::None || !staging.mkpath(path))
+                return failAt(ZipCannotCreateDirectory);
             directories.insert(path);
             addAncestors(path, &directories);
             continue;
         }
 
         const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
-        if (slash > 0 && !directories.contains(path.left(slash))) {
-            if (const QueuedFileWriter::Failure failure = settleFileNamed(path.left(slash)); failure != QueuedFileWriter::Failure::None)
-                return finished(queuedFailureStatus(failure), files, directories);
-            if (!staging.mkpath(path.left(slash)))
-                return finished(ZipCannotCreateDirectory, files, directories);
-        }
+        if (slash > 0 && !directories.contains(path.left(slash))
+            && (settleFileNamed(path.left(slash)) != QueuedFileWriter::Failure::None || !staging.mkpath(path.left(slash))))
+            return failAt(ZipCannotCreateDirectory);
         addAncestors(path, &directories);
 
         if (qint64(stat.size) <= queuedEntryBytes) {
             QByteArray content;
             if (!writer.read(archive.get(), zip_uint64_t(index), stat, &content))
-                return finished(cancelFlag.load() ? ZipCancelled : ZipCannotExtract, files, directories);
+                return cancelFlag.load() ? finished(ZipCancelled, files, directories) : failAt(ZipCannotExtract);
             queued.write(staging.filePath(path), std::move(content));
         } else {
             // Written here, after every file queued before it: a later entry of the same name
             // must replace an earlier one, never the other way round.
-            if (const QueuedFileWriter::Failure failure = queued.drain(); failure != QueuedFileWriter::Failure::None)
-                return finished(queuedFailureStatus(failure), files, directories);
+            if (queued.drain() != QueuedFileWriter::Failure::None)
+                return failAt(ZipCannotExtract);
             QFile output(staging.filePath(path));
             if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
                 return finished(ZipCannotWriteFile, files, directories);
