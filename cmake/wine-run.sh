@@ -112,6 +112,7 @@ report=$(mktemp "$state/report.XXXXXX")
 rc=$?
 cat "$report"
 # Anything written to stderr (crash reports, qFatal) is worth seeing when a test fails.
-[ "$rc" -eq 0 ] || cat "$report.err" >&2
+# The exit code tells a test that failed from a process that was ended from outside.
+[ "$rc" -eq 0 ] || { cat "$report.err"; echo "$(basename "$exe") exited with code $rc"; } >&2
 rm -f "$report" "$report.err"
 exit $rc

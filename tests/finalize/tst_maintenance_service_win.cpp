@@ -56,18 +56,37 @@ QString configuration()
     return result;
 }
 
-// Ends the service's process however it behaves and deletes the service.
+// The full path of the program a process runs; empty when it cannot be read.
+QString imagePath(HANDLE process)
+{
+    wchar_t path[MAX_PATH * 2];
+    DWORD size = MAX_PATH * 2;
+    return process && QueryFullProcessImageNameW(process, 0, path, &size) ? QString::fromWCharArray(path, int(size)) : QString();
+}
+
+// Ends the service's process however it behaves and deletes the service. The identifier the
+// manager reports may be stale and name another process by then: only a process other than this
+// one that still runs the service's program is ended.
 void removeService()
 {
     SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     SC_HANDLE service = OpenServiceW(manager, name, SERVICE_ALL_ACCESS);
     SERVICE_STATUS_PROCESS status {};
     DWORD size = 0;
-    if (service && QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE *>(&status), sizeof(status), &size) && status.dwProcessId) {
-        HANDLE process = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.dwProcessId);
-        TerminateProcess(process, 1);
-        WaitForSingleObject(process, 5000);
-        CloseHandle(process);
+    QueryServiceConfigW(service, nullptr, 0, &size);
+    std::vector<BYTE> buffer(size);
+    auto *config = reinterpret_cast<QUERY_SERVICE_CONFIGW *>(buffer.data());
+    const QString command = size && QueryServiceConfigW(service, config, size, &size) ? QString::fromWCharArray(config->lpBinaryPathName) : QString();
+    if (service && QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE *>(&status), sizeof(status), &size)
+        && status.dwCurrentState != SERVICE_STOPPED && status.dwProcessId && status.dwProcessId != GetCurrentProcessId()) {
+        HANDLE process = OpenProcess(PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, status.dwProcessId);
+        const QString image = imagePath(process);
+        if (!image.isEmpty() && command.startsWith(QLatin1Char('"') + image + QLatin1Char('"'), Qt::CaseInsensitive)) {
+            TerminateProcess(process, 1);
+            WaitForSingleObject(process, 5000);
+        }
+        if (process)
+            CloseHandle(process);
     }
     if (service)
         DeleteService(service);
