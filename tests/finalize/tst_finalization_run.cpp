@@ -273,9 +273,9 @@ void FinalizeTest::anUpdateListsEarlierFilesAndDropsVersionsNothingUses()
     QVERIFY(!QFileInfo::exists(fixture.root() + QStringLiteral("/1.3.0")));
     QVERIFY(QFileInfo::exists(fixture.root() + QStringLiteral("/notes.txt")));
     const QByteArray lines = TreeFixture::read(fixture.root() + QStringLiteral("/uninstall.dat"));
-    for (const QByteArray &line : { "F\t1.4.0/assets/big.bin\n", "F\t1.4.0/bl-core.exe\n", "D\t1.4.0/assets\n", "D\t1.4.0\n",
+    for (const char *line : { "F\t1.4.0/assets/big.bin\n", "F\t1.4.0/bl-core.exe\n", "D\t1.4.0/assets\n", "D\t1.4.0\n",
                                     "F\t1.4.20/bl-core.exe\n" })
-        QVERIFY2(lines.contains(line), line.constData());
+        QVERIFY2(lines.contains(line), line);
     QVERIFY(!lines.contains("gone.dll"));
     QVERIFY(!lines.contains("notes.txt"));
 }

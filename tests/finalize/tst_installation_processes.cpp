@@ -40,7 +40,7 @@ void FinalizeTest::classification()
 void FinalizeTest::versionDirectoriesAreSearched()
 {
     QTemporaryDir temp;
-    for (const QString &name : { "1.4.20", "7", "1.x", "2.0" })
+    for (const char *name : { "1.4.20", "7", "1.x", "2.0" })
         QVERIFY(QDir().mkpath(temp.filePath(name)));
     const QStringList paths = productExecutablePaths(temp.path(), false);
     const auto has = [&](const QString &relative) {

@@ -582,7 +582,7 @@ void LocationTest::discovery()
     }
     const LegacyUpdateLocation::Result result = LegacyUpdateLocation::discover(QString(), QString(), registry.discovered);
     QCOMPARE(QDir::toNativeSeparators(result.source), fill(source, true));
-    QCOMPARE(result.target, source.isEmpty() ? QString() : applicationTarget(fill(source, false)));
+    QCOMPARE(result.target, source.isEmpty() ? QString() : fill(source, false) + QStringLiteral("/BrisaLinker"));
     QCOMPARE(result.message, fill(message, true));
 }
 

@@ -16,7 +16,6 @@ public:
 
     TreeFixture();
 
-    bool isValid() const { return m_base.isValid(); }
     QString base() const { return m_base.path(); }
     QString root() const { return m_base.path() + QStringLiteral("/BrisaLinker"); }
     QString stage() const { return m_base.path() + QStringLiteral("/BrisaLinker.installing-7-1"); }
