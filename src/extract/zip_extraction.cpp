@@ -369,8 +369,8 @@ ArchiveExtractor::Result ArchiveExtractor::extractZip(const QString &zipPath, co
         } else {
             // Written here, after every file queued before it: a later entry of the same name
             // must replace an earlier one, never the other way round.
-            if (queued.drain() != QueuedFileWriter::Failure::None)
-                return failAt(ZipCannotExtract);
+            if (const QueuedFileWriter::Failure failure = queued.drain(); failure != QueuedFileWriter::Failure::None)
+                return finished(queuedFailureStatus(failure), files, directories);
             QFile output(staging.filePath(path));
             if (!output.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
                 return finished(ZipCannotWriteFile, files, directories);

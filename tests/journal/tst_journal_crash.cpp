@@ -4,7 +4,7 @@
 // itself interrupted are covered the same way.
 #include "tst_journal.h"
 
-#include "crash_child_run.h"
+#include "crash_subject.h"
 #include "journal/overlay_transaction.h"
 #include "support/tree_fixture.h"
 

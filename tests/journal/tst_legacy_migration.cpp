@@ -3,7 +3,7 @@
 // on, and a real process killed at every change it makes to the disk and the registry.
 #include "tst_journal.h"
 
-#include "crash_child_run.h"
+#include "crash_subject.h"
 #include "finalize/in_place_install.h"
 #include "journal/legacy_migration.h"
 #include "support/fake_installation.h"
